@@ -1,0 +1,3 @@
+#include "app/power_agent.h"
+
+PowerAgent powerAgent;

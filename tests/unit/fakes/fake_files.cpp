@@ -1,0 +1,98 @@
+// The checking variants of open() are inline functions, which leave none to define.
+#undef _FORTIFY_SOURCE
+
+#include "fakes/fake_files.h"
+
+#include "fakes/next_symbol.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+namespace {
+
+// What is called before constructors have run must not depend on them.
+FakeFiles* watching = nullptr;
+FILE* watchedStream = nullptr;
+
+FakeFiles& startWatching()
+{
+  watching = new FakeFiles;
+  return *watching;
+}
+
+int openThrough(const char* path, int flags, unsigned mode)
+{
+  static auto* const next = nextSymbol<int(const char*, int, ...)>("open");
+  return next(path, flags, mode);
+}
+
+}  // namespace
+
+FakeFiles& fakeFiles = startWatching();
+
+extern "C" int open(const char* path, int flags, ...)
+{
+  unsigned mode = 0;
+  if ((flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE) {
+    va_list arguments;
+    va_start(arguments, flags);
+    mode = va_arg(arguments, unsigned);
+    va_end(arguments);
+  }
+  if (watching == nullptr || watching->redirections.count(path) == 0) {
+    return openThrough(path, flags, mode);
+  }
+  int descriptor = -1;
+  if (watching->openError != 0) {
+    errno = watching->openError;
+  } else {
+    descriptor = openThrough(watching->redirections.at(path).c_str(), flags, mode);
+  }
+  const int error = errno;
+  watching->opens.push_back({path, flags, mode, descriptor});
+  errno = error;
+  return descriptor;
+}
+
+extern "C" int flock(int descriptor, int operation) noexcept
+{
+  static auto* const next = nextSymbol<int(int, int)>("flock");
+  if (watching == nullptr) {
+    return next(descriptor, operation);
+  }
+  watching->locks.push_back({descriptor, operation});
+  if (watching->lockError != 0) {
+    errno = watching->lockError;
+    return -1;
+  }
+  return next(descriptor, operation);
+}
+
+extern "C" FILE* fopen64(const char* path, const char* mode)
+{
+  const bool isWatched = watching != nullptr && watching->onStream && watching->watchedPath == path;
+  if (watching != nullptr) {
+    watching->streams.emplace_back(path);
+  }
+  if (isWatched) {
+    watching->onStream("open");
+  }
+  FILE* stream = nextSymbol<FILE*(const char*, const char*)>("fopen64")(path, mode);
+  if (isWatched) {
+    watchedStream = stream;
+  }
+  return stream;
+}
+
+extern "C" int fclose(FILE* stream)
+{
+  if (stream == watchedStream && watching != nullptr && watching->onStream) {
+    watchedStream = nullptr;
+    watching->onStream("close");
+  }
+  return nextSymbol<int(FILE*)>("fclose")(stream);
+}

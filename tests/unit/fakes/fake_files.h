@@ -1,0 +1,40 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+/// Watches how files are opened and locked. All of it goes through to the real
+/// functions but for the paths and failures set here.
+struct FakeFiles {
+  struct Open {
+    std::string path;
+    int flags;
+    unsigned mode;  ///< Only what the call gave; 0 without a mode.
+    int descriptor;
+  };
+  /// Calls of open() for a redirected path.
+  std::vector<Open> opens;
+  /// Where open() of a path goes instead.
+  std::map<std::string, std::string> redirections;
+  /// The errno value that open() of any redirected path fails with; 0: none.
+  int openError = 0;
+
+  struct Lock {
+    int descriptor;
+    int operation;
+  };
+  std::vector<Lock> locks;
+  /// The errno value that flock() fails with; 0: none.
+  int lockError = 0;
+
+  /// Paths of the streams opened, in order.
+  std::vector<std::string> streams;
+  /// Called with "open" before a stream on `watchedPath` is opened and with
+  /// "close" before it is closed.
+  std::string watchedPath;
+  std::function<void(const std::string& event)> onStream;
+};
+
+extern FakeFiles& fakeFiles;

@@ -1,0 +1,64 @@
+#include "support/agent_test.h"
+
+#include "fakes/fake_files.h"
+#include "fakes/fake_memory.h"
+#include "fakes/fake_system.h"
+
+#include <memory>
+#include <new>
+
+#include <stdlib.h>
+#include <time.h>
+
+AgentTest::AgentTest()
+{
+  fakeClock.start();
+  fakeLines.clear();
+  fakeLines.add("gpiochip0", "PWR-IN", 0);
+  fakeLines.add("gpiochip0", "BAT-T1", 1);
+  fakeLines.add("gpiochip1", "BAT-T2", 0);
+  fakeLines.add("gpiochip1", "BAT-SW", 1);
+  fakeSystem = FakeSystem();
+  fakeFiles = FakeFiles();
+  setLocalTime("UTC0");
+
+  powerAgent.settings.sysSavePath = folder.path("result.dat");
+}
+
+AgentTest::~AgentTest()
+{
+  fakeMemory = FakeMemory();
+  fakeFiles = FakeFiles();
+  fakeSystem = FakeSystem();
+  renewAgent();
+  fakeLines.clear();
+  fakeClock.stop();
+}
+
+void AgentTest::renewAgent()
+{
+  std::destroy_at(&powerAgent);
+  new (&powerAgent) PowerAgent;
+}
+
+void AgentTest::setLocalTime(const char* zone)
+{
+  setenv("TZ", zone, 1);
+  tzset();
+}
+
+void AgentTest::setNow(std::uint64_t secondsSinceEpoch)
+{
+  fakeClock.setWall(std::chrono::seconds(secondsSinceEpoch));
+}
+
+void AgentTest::setUptime(std::uint64_t secondsSinceBoot)
+{
+  fakeClock.setUptime(std::chrono::seconds(secondsSinceBoot));
+}
+
+Recording AgentTest::recordFor(FakeClock::Duration duration, const std::function<void()>& code)
+{
+  fakeClock.endAt(fakeClock.elapsed() + duration);
+  return record(code);
+}
