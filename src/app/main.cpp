@@ -11,6 +11,7 @@ void loadAllSettings(int argc, char* argv[])
 {
   try {
     powerAgent.settings.loadSettings(argc, argv);
+    powerAgent.settings.readResultFile();
   } catch (const std::exception& error) {
     std::cerr << error.what() << std::endl;
     std::exit(1);
