@@ -18,6 +18,28 @@ void loadAllSettings(int argc, char* argv[])
   }
 }
 
+void exitUnlessRecordsMapped()
+{
+  if (powerAgent.sharedState.status == nullptr || powerAgent.sharedState.request == nullptr) {
+    std::exit(1);
+  }
+}
+
+[[noreturn]] void runStatusClient()
+{
+  openSharedStateReadOnly(powerAgent.sharedState);
+  exitUnlessRecordsMapped();
+  std::exit(0);
+}
+
+[[noreturn]] void runDaemon()
+{
+  std::cout << "Start\n";
+  createSharedState(powerAgent.sharedState);
+  exitUnlessRecordsMapped();
+  std::exit(0);
+}
+
 }  // namespace
 
 int main(int argc, char* argv[])
@@ -32,5 +54,8 @@ int main(int argc, char* argv[])
   if (powerAgent.settings.verbose) {
     powerAgent.settings.printSettings();
   }
-  std::exit(0);
+  if (powerAgent.settings.status) {
+    runStatusClient();
+  }
+  runDaemon();
 }

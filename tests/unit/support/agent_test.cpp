@@ -9,6 +9,7 @@
 
 #include <stdlib.h>
 #include <time.h>
+#include <unistd.h>
 
 AgentTest::AgentTest()
 {
@@ -23,6 +24,8 @@ AgentTest::AgentTest()
   setLocalTime("UTC0");
 
   powerAgent.settings.sysSavePath = folder.path("result.dat");
+  powerAgent.sharedState.segmentName = ownSegmentName();
+  createSharedState(powerAgent.sharedState);
 }
 
 AgentTest::~AgentTest()
@@ -33,12 +36,19 @@ AgentTest::~AgentTest()
   renewAgent();
   fakeLines.clear();
   fakeClock.stop();
+  boost::interprocess::shared_memory_object::remove(ownSegmentName().c_str());
 }
 
 void AgentTest::renewAgent()
 {
   std::destroy_at(&powerAgent);
   new (&powerAgent) PowerAgent;
+}
+
+std::string AgentTest::ownSegmentName()
+{
+  static const std::string name = "kelvo-pwr-test-" + std::to_string(getpid());
+  return name;
 }
 
 void AgentTest::setLocalTime(const char* zone)
@@ -61,4 +71,17 @@ Recording AgentTest::recordFor(FakeClock::Duration duration, const std::function
 {
   fakeClock.endAt(fakeClock.elapsed() + duration);
   return record(code);
+}
+
+KelvoPowerStatus_struct AgentTest::status()
+{
+  const volatile KelvoPowerStatus_struct& shared = *powerAgent.sharedState.status;
+  return {shared.count, shared.missingPower, shared.batteryEmpty, shared.batteryBad,
+          shared.testing};
+}
+
+KelvoPowerRequest_struct AgentTest::request()
+{
+  const volatile KelvoPowerRequest_struct& shared = *powerAgent.sharedState.request;
+  return {shared.runTest, shared.runTestNow, shared.duration};
 }

@@ -20,8 +20,8 @@ constexpr std::uint64_t startOfTestHour = 1'700'042'400;
 
 /// What every test of the power agent begins with: the clock and the lines are
 /// fakes, all four lines are there and not requested, AC power is present, the
-/// battery is good, the local time is UTC and the result file lies in a folder of
-/// the test's own.
+/// battery is good, the local time is UTC, the shared records are mapped in a
+/// segment of this test's own and the result file lies in a folder of its own.
 /// Afterwards the one agent is as it is before `main`.
 class AgentTest : public testing::Test {
  protected:
@@ -31,6 +31,7 @@ class AgentTest : public testing::Test {
   /// The one agent anew, as the program's start makes it.
   static void renewAgent();
 
+  static std::string ownSegmentName();
   static void setLocalTime(const char* zone);
 
   static void setNow(std::uint64_t secondsSinceEpoch);
@@ -38,6 +39,10 @@ class AgentTest : public testing::Test {
 
   /// Runs `code` until the fake clock has gone on by `duration`.
   static Recording recordFor(FakeClock::Duration duration, const std::function<void()>& code);
+
+  // The shared records as values.
+  static KelvoPowerStatus_struct status();
+  static KelvoPowerRequest_struct request();
 
   TempFolder folder;
 };
