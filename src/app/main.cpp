@@ -1,4 +1,6 @@
 #include "app/power_agent.h"
+#include "shared/client_commands.h"
+#include "shared/instance_lock.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -29,11 +31,38 @@ void exitUnlessRecordsMapped()
 {
   openSharedStateReadOnly(powerAgent.sharedState);
   exitUnlessRecordsMapped();
+  printStatus(powerAgent.sharedState);
+  std::exit(0);
+}
+
+[[noreturn]] void runRequestClient()
+{
+  const PowerSettings& settings = powerAgent.settings;
+  openSharedStateReadWrite(powerAgent.sharedState);
+  exitUnlessRecordsMapped();
+  if (powerAgent.sharedState.status->testing == 255) {
+    std::cout << "Testing is disabled, exiting.\n";
+    std::exit(0);
+  }
+  volatile KelvoPowerRequest_struct* request = powerAgent.sharedState.request;
+  if (settings.runTest) {
+    requestTest(settings.testPeriod, isPeriodicTestAllowed);
+    request->runTest = 1;
+  } else {
+    requestTest(std::uint32_t{2} * settings.testDuration, isImmediateTestAllowed);
+    request->runTestNow = 1;
+  }
+  request->duration = settings.testDuration;
   std::exit(0);
 }
 
 [[noreturn]] void runDaemon()
 {
+  // Before anything is created: a second start must not disturb the first.
+  if (acquireInstanceLock()) {
+    std::cerr << "Another instance is running\n";
+    std::exit(1);
+  }
   std::cout << "Start\n";
   createSharedState(powerAgent.sharedState);
   exitUnlessRecordsMapped();
@@ -56,6 +85,9 @@ int main(int argc, char* argv[])
   }
   if (powerAgent.settings.status) {
     runStatusClient();
+  }
+  if (powerAgent.settings.runTest || powerAgent.settings.runTestNow) {
+    runRequestClient();
   }
   runDaemon();
 }
