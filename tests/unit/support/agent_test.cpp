@@ -3,6 +3,7 @@
 #include "fakes/fake_files.h"
 #include "fakes/fake_memory.h"
 #include "fakes/fake_system.h"
+#include "gpio/lines.h"
 
 #include <memory>
 #include <new>
@@ -55,6 +56,19 @@ void AgentTest::setLocalTime(const char* zone)
 {
   setenv("TZ", zone, 1);
   tzset();
+}
+
+void AgentTest::requestAllLines()
+{
+  const PowerSettings& settings = powerAgent.settings;
+  ASSERT_TRUE(acquireLine(powerAgent.pwrInLine, settings.gpioPwrIn));
+  ASSERT_TRUE(acquireLine(powerAgent.at1Line, settings.gpioAt1));
+  ASSERT_TRUE(acquireLine(powerAgent.at2Line, settings.gpioAt2));
+  ASSERT_TRUE(acquireLine(powerAgent.batSwLine, settings.gpioBatSw));
+  requestInput(powerAgent.pwrInLine);
+  requestInput(powerAgent.at1Line);
+  requestOutput(powerAgent.at2Line, 0);
+  requestOutput(powerAgent.batSwLine, 1);
 }
 
 void AgentTest::setNow(std::uint64_t secondsSinceEpoch)

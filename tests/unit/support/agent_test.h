@@ -34,6 +34,9 @@ class AgentTest : public testing::Test {
   static std::string ownSegmentName();
   static void setLocalTime(const char* zone);
 
+  /// Finds and requests the lines as the full server needs them.
+  static void requestAllLines();
+
   static void setNow(std::uint64_t secondsSinceEpoch);
   static void setUptime(std::uint64_t secondsSinceBoot);
 

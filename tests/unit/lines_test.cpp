@@ -1,0 +1,235 @@
+#include "gpio/lines.h"
+
+#include "support/agent_test.h"
+
+#include <cerrno>
+#include <system_error>
+
+class LinesTest : public AgentTest {
+ protected:
+  struct Acquisition {
+    bool succeeded;
+    Recording recording;
+  };
+  static Acquisition acquire(gpiod::line& line, const std::string& name)
+  {
+    Acquisition acquisition{};
+    acquisition.recording = record([&] { acquisition.succeeded = acquireLine(line, name); });
+    return acquisition;
+  }
+};
+
+TEST_F(LinesTest, AFreeLineIsAcquiredWithoutAWord)
+{
+  gpiod::line line;
+  const Acquisition acquisition = acquire(line, "BAT-T2");
+  EXPECT_TRUE(acquisition.succeeded);
+  EXPECT_EQ(acquisition.recording.out, "");
+  EXPECT_EQ(acquisition.recording.err, "");
+  EXPECT_EQ(line.name(), "BAT-T2");
+}
+
+TEST_F(LinesTest, AcquiringDoesNotRequest)
+{
+  gpiod::line line;
+  const Acquisition acquisition = acquire(line, "BAT-T2");
+  EXPECT_TRUE(acquisition.recording.story.empty());
+  EXPECT_FALSE(line.is_requested());
+  EXPECT_FALSE(fakeLines["BAT-T2"].isUsed);
+}
+
+TEST_F(LinesTest, AllChipsAreSearched)
+{
+  gpiod::line line;
+  fakeLines.add("gpiochip7", "FAR-AWAY");
+  EXPECT_TRUE(acquire(line, "FAR-AWAY").succeeded);
+  EXPECT_EQ(fakeLines.searches, std::vector<std::string>(3, "FAR-AWAY"));
+}
+
+TEST_F(LinesTest, AMissingLineIsNamed)
+{
+  for (const std::string name : {"NO-SUCH-LINE", "", "bat-t2", " BAT-T2", "BAT-T2 ", "it's"}) {
+    SCOPED_TRACE(name);
+    gpiod::line line;
+    fakeLines.searches.clear();
+    const Acquisition acquisition = acquire(line, name);
+    EXPECT_FALSE(acquisition.succeeded);
+    EXPECT_EQ(acquisition.recording.err, "Failed to get line '" + name + "'\n");
+    EXPECT_EQ(acquisition.recording.out, "");
+    EXPECT_TRUE(!line);
+    // One search on each chip, with the name as it is.
+    EXPECT_EQ(fakeLines.searches, std::vector<std::string>(2, name));
+  }
+}
+
+TEST_F(LinesTest, AMachineWithoutChipsHasNoLines)
+{
+  fakeLines.clear();
+  gpiod::line line;
+  const Acquisition acquisition = acquire(line, "PWR-IN");
+  EXPECT_FALSE(acquisition.succeeded);
+  EXPECT_EQ(acquisition.recording.err, "Failed to get line 'PWR-IN'\n");
+}
+
+TEST_F(LinesTest, AUsedLineIsRefused)
+{
+  fakeLines["BAT-SW"].isUsed = true;
+  gpiod::line line;
+  const Acquisition acquisition = acquire(line, "BAT-SW");
+  EXPECT_FALSE(acquisition.succeeded);
+  EXPECT_EQ(acquisition.recording.err, "Line 'BAT-SW' is already in use\n");
+  EXPECT_EQ(acquisition.recording.out, "");
+}
+
+TEST_F(LinesTest, AFailingSearchSaysTheLibrarysText)
+{
+  int* const errors[] = {&fakeLines.chipSearchError, &fakeLines.lineSearchError};
+  for (int* const error : errors) {
+    SCOPED_TRACE(error == errors[0] ? "chips" : "lines");
+    *error = EACCES;
+    const std::string text = errorOf([] { gpiod::find_line("PWR-IN"); });
+    EXPECT_NE(text.find("Permission denied"), std::string::npos);
+    gpiod::line line;
+    const Acquisition acquisition = acquire(line, "PWR-IN");
+    EXPECT_FALSE(acquisition.succeeded);
+    EXPECT_EQ(acquisition.recording.err, text + "\n");
+    EXPECT_EQ(acquisition.recording.out, "");
+    *error = 0;
+  }
+}
+
+TEST_F(LinesTest, AcquiringReplacesWhatTheHandleHeld)
+{
+  gpiod::line line;
+  ASSERT_TRUE(acquireLine(line, "BAT-T1"));
+  ASSERT_TRUE(acquireLine(line, "BAT-SW"));
+  EXPECT_EQ(line.name(), "BAT-SW");
+  EXPECT_FALSE(acquire(line, "NO-SUCH-LINE").succeeded);
+  EXPECT_TRUE(!line);
+  EXPECT_EQ(fakeLines.openChips, 0U);
+}
+
+TEST_F(LinesTest, ALineOfOursIsInUseForTheNextHandle)
+{
+  requestAllLines();
+  gpiod::line other;
+  EXPECT_EQ(acquire(other, "BAT-T2").recording.err, "Line 'BAT-T2' is already in use\n");
+}
+
+TEST_F(LinesTest, EachLineIsRequestedWithItsDirectionAndLevel)
+{
+  fakeLines["BAT-T2"].level = 1;
+  fakeLines["BAT-SW"].level = 0;
+  EXPECT_EQ(record(requestAllLines).story,
+            (std::vector<std::string>{
+                "0.000 request PWR-IN input as 'kelvo-pwr' flags 0",
+                "0.000 request BAT-T1 input as 'kelvo-pwr' flags 0",
+                "0.000 request BAT-T2 output 0 as 'kelvo-pwr' flags 0",
+                "0.000 request BAT-SW output 1 as 'kelvo-pwr' flags 0",
+            }));
+  EXPECT_EQ(fakeLines["BAT-T2"].level, 0);
+  EXPECT_EQ(fakeLines["BAT-SW"].level, 1);
+}
+
+TEST_F(LinesTest, AFailingRequestThrows)
+{
+  gpiod::line line;
+  ASSERT_TRUE(acquireLine(line, "BAT-T2"));
+  fakeLines["BAT-T2"].isUsed = true;
+  EXPECT_THROW(requestInput(line), std::system_error);
+  EXPECT_THROW(requestOutput(line, 0), std::system_error);
+  EXPECT_NE(errorOf([&] { requestInput(line); }).find("busy"), std::string::npos);
+}
+
+TEST_F(LinesTest, AnEmptyHandleCannotBeRequested)
+{
+  gpiod::line line;
+  EXPECT_THROW(requestInput(line), std::logic_error);
+  EXPECT_THROW(requestOutput(line, 1), std::logic_error);
+}
+
+TEST_F(LinesTest, PowerIsPresentAtLevelZeroOnly)
+{
+  requestAllLines();
+  for (const int level : {0, 1, 2, -1}) {
+    SCOPED_TRACE(level);
+    powerAgent.sharedState.status->missingPower = 77;
+    fakeLines["PWR-IN"].level = level;
+    bool isPresent = false;
+    const Recording recording = record([&] { isPresent = isPowerPresent(); });
+    EXPECT_EQ(isPresent, level == 0);
+    EXPECT_EQ(status().missingPower, level == 0 ? 0 : 1);
+    EXPECT_EQ(recording.story,
+              std::vector<std::string>{"0.000 read PWR-IN " + std::to_string(level)});
+  }
+}
+
+TEST_F(LinesTest, TheBatteryIsOkAtLevelOneOnly)
+{
+  requestAllLines();
+  for (const int level : {0, 1, 2, -1}) {
+    SCOPED_TRACE(level);
+    powerAgent.sharedState.status->batteryEmpty = 77;
+    fakeLines["BAT-T1"].level = level;
+    bool isOk = false;
+    Recording recording = record([&] { isOk = isBatteryOk(); });
+    EXPECT_EQ(isOk, level == 1);
+    EXPECT_EQ(status().batteryEmpty, 77) << "isBatteryOk only reads";
+    EXPECT_EQ(recording.story,
+              std::vector<std::string>{"0.000 read BAT-T1 " + std::to_string(level)});
+
+    recording = record([&] { isOk = checkBattery(); });
+    EXPECT_EQ(isOk, level == 1);
+    EXPECT_EQ(status().batteryEmpty, level == 1 ? 0 : 1);
+    EXPECT_EQ(recording.story,
+              std::vector<std::string>{"0.000 read BAT-T1 " + std::to_string(level)});
+  }
+}
+
+TEST_F(LinesTest, EachOutputOperationWritesOneLevel)
+{
+  requestAllLines();
+  const struct {
+    void (*operation)();
+    const char* line;
+  } table[] = {
+      {disconnectAcPower, "0.000 write BAT-T2 1"},
+      {connectAcPower, "0.000 write BAT-T2 0"},
+      {disconnectBattery, "0.000 write BAT-SW 0"},
+      {connectBattery, "0.000 write BAT-SW 1"},
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.line);
+    const Recording recording = record(row.operation);
+    EXPECT_EQ(recording.story, std::vector<std::string>{row.line});
+    EXPECT_EQ(recording.out + recording.err, "");
+  }
+}
+
+TEST_F(LinesTest, FailuresOfReadsAndWritesPassThrough)
+{
+  requestAllLines();
+  fakeLines["PWR-IN"].readError = EIO;
+  fakeLines["BAT-T1"].readError = EIO;
+  fakeLines["BAT-T2"].writeError = EIO;
+  fakeLines["BAT-SW"].writeError = EIO;
+  powerAgent.sharedState.status->missingPower = 77;
+  powerAgent.sharedState.status->batteryEmpty = 77;
+  EXPECT_THROW(isPowerPresent(), std::system_error);
+  EXPECT_THROW(isBatteryOk(), std::system_error);
+  EXPECT_THROW(checkBattery(), std::system_error);
+  EXPECT_THROW(disconnectAcPower(), std::system_error);
+  EXPECT_THROW(connectAcPower(), std::system_error);
+  EXPECT_THROW(disconnectBattery(), std::system_error);
+  EXPECT_THROW(connectBattery(), std::system_error);
+  EXPECT_EQ(status().missingPower, 77);
+  EXPECT_EQ(status().batteryEmpty, 77);
+}
+
+TEST_F(LinesTest, LinesThatWereNeverAcquiredThrow)
+{
+  EXPECT_THROW(isPowerPresent(), std::logic_error);
+  EXPECT_THROW(isBatteryOk(), std::logic_error);
+  EXPECT_THROW(connectAcPower(), std::logic_error);
+  EXPECT_THROW(disconnectBattery(), std::logic_error);
+}
