@@ -1,5 +1,6 @@
 #include "shared/client_commands.h"
 
+#include "app/battery_test.h"
 #include "app/power_agent.h"
 #include "app/test_times.h"
 
@@ -43,8 +44,7 @@ void requestTest(std::uint32_t threshold, const std::function<bool(std::uint32_t
   }
   if (!isAllowed(threshold)) {
     std::cout << "Last test was done less than " << threshold << " seconds ago\n"
-              << "Last test result: "
-              << (status->batteryBad == 1 ? "Battery is bad" : "Battery is good") << "\n";
+              << "Last test result: " << lastTestResult() << "\n";
     std::exit(0);
   }
 }
