@@ -1,0 +1,77 @@
+#include "app/supervision.h"
+
+#include "support/agent_test.h"
+
+#include <cerrno>
+#include <system_error>
+
+using Story = std::vector<std::string>;
+
+class MinimalServerTest : public AgentTest {
+ protected:
+  MinimalServerTest()
+  {
+    requestAllLines();
+  }
+};
+
+TEST_F(MinimalServerTest, PublishesThatTheBatteryIsNotWatched)
+{
+  const Recording recording = recordFor(3500ms, runMinimalServer);
+  EXPECT_EQ(recording.story, (Story{
+                                 "0.000 > Minimal server",
+                                 "0.000 read PWR-IN 0",
+                                 "1.000 read PWR-IN 0",
+                                 "2.000 read PWR-IN 0",
+                                 "3.000 read PWR-IN 0",
+                             }));
+  EXPECT_EQ(recording.err, "");
+  EXPECT_EQ(status().batteryEmpty, 255);
+  EXPECT_EQ(status().batteryBad, 255);
+  EXPECT_EQ(status().testing, 255);
+  EXPECT_EQ(status().missingPower, 0);
+  EXPECT_EQ(status().count, 3U);
+}
+
+TEST_F(MinimalServerTest, MissingPowerFollowsTheLineWithinATick)
+{
+  std::vector<int> seen;
+  const struct {
+    FakeClock::Duration time;
+    int level;
+  } changes[] = {{1500ms, 1}, {3500ms, 0}, {5500ms, 2}, {7500ms, -1}};
+  for (const auto& change : changes) {
+    fakeClock.at(change.time, [&] { fakeLines["PWR-IN"].level = change.level; });
+  }
+  for (int tick = 0; tick < 9; ++tick) {
+    fakeClock.at(tick * 1s + 900ms, [&] { seen.push_back(status().missingPower); });
+  }
+  recordFor(9s, runMinimalServer);
+  EXPECT_EQ(seen, (std::vector<int>{0, 0, 1, 1, 0, 0, 1, 1, 1}));
+}
+
+TEST_F(MinimalServerTest, NeverTestsNorShutsDownNorTakesARequest)
+{
+  fakeLines["PWR-IN"].level = 1;
+  fakeLines["BAT-T1"].level = 0;
+  powerAgent.settings.testExternalScheduling = true;
+  powerAgent.sharedState.request->runTest = 1;
+  powerAgent.sharedState.request->runTestNow = 1;
+  powerAgent.sharedState.request->duration = 9;
+  fakeClock.at(250s, [] { fakeLines["PWR-IN"].level = 0; });
+  const Recording recording = recordFor(500s, runMinimalServer);
+  EXPECT_EQ(recording.out, "Minimal server\n");
+  EXPECT_EQ(linesWith(recording.story, "read BAT-T1"), Story());
+  EXPECT_EQ(linesWith(recording.story, "write"), Story());
+  EXPECT_EQ(request().runTest, 1);
+  EXPECT_EQ(request().runTestNow, 1);
+  EXPECT_EQ(request().duration, 9);
+}
+
+TEST_F(MinimalServerTest, AnExceptionOfTheLineLibraryLeavesTheLoop)
+{
+  fakeLines["PWR-IN"].readError = EIO;
+  EXPECT_THROW(record(runMinimalServer), std::system_error);
+  EXPECT_EQ(status().testing, 255) << "published before the first reading";
+  EXPECT_EQ(status().count, 0U);
+}

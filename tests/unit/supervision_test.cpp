@@ -1,0 +1,295 @@
+#include "app/supervision.h"
+
+#include "support/agent_test.h"
+
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+class FullServerTest : public AgentTest {
+ protected:
+  FullServerTest()
+  {
+    requestAllLines();
+    // No test on the daemon's own schedule.
+    powerAgent.settings.testHour = 24;
+  }
+
+  static void powerFails()
+  {
+    fakeLines["PWR-IN"].level = 1;
+  }
+
+  static void batteryIsEmpty()
+  {
+    fakeLines["BAT-T1"].level = 0;
+  }
+};
+
+using Story = std::vector<std::string>;
+
+TEST_F(FullServerTest, OnAcPowerOnlyTheAcLineIsRead)
+{
+  const Recording recording = recordFor(2500ms, runFullServer);
+  EXPECT_EQ(recording.story, (Story{
+                                 "0.000 > Full server",
+                                 "0.000 read PWR-IN 0",
+                                 "1.000 read PWR-IN 0",
+                                 "2.000 read PWR-IN 0",
+                             }));
+  EXPECT_EQ(recording.err, "");
+  EXPECT_EQ(status().count, 2U);
+  EXPECT_EQ(status().missingPower, 0);
+}
+
+TEST_F(FullServerTest, OnAGoodBatteryItWaitsWithoutAWord)
+{
+  powerFails();
+  const Recording recording = recordFor(1500ms, runFullServer);
+  EXPECT_EQ(recording.story, (Story{
+                                 "0.000 > Full server",
+                                 "0.000 read PWR-IN 1",
+                                 "0.000 read BAT-T1 1",
+                                 "1.000 read PWR-IN 1",
+                                 "1.000 read BAT-T1 1",
+                             }));
+  EXPECT_EQ(status().missingPower, 1);
+  EXPECT_EQ(status().batteryEmpty, 0);
+}
+
+TEST_F(FullServerTest, MissingPowerFollowsTheLineWithinATick)
+{
+  std::vector<int> seen;
+  const struct {
+    FakeClock::Duration time;
+    int level;
+  } changes[] = {{1500ms, 1}, {3500ms, 0}, {5500ms, 2}, {7500ms, -1}};
+  for (const auto& change : changes) {
+    fakeClock.at(change.time, [&] { fakeLines["PWR-IN"].level = change.level; });
+  }
+  for (int tick = 0; tick < 9; ++tick) {
+    fakeClock.at(tick * 1s + 900ms, [&] { seen.push_back(status().missingPower); });
+  }
+  recordFor(9s, runFullServer);
+  EXPECT_EQ(seen, (std::vector<int>{0, 0, 1, 1, 0, 0, 1, 1, 1}));
+}
+
+TEST_F(FullServerTest, MissingPowerIsPublishedBeforeTheBatteryIsRead)
+{
+  powerFails();
+  fakeLines["BAT-T1"].readError = EIO;
+  EXPECT_THROW(record(runFullServer), std::system_error);
+  EXPECT_EQ(status().missingPower, 1);
+  EXPECT_EQ(status().count, 0U);
+}
+
+TEST_F(FullServerTest, TheWholeShutdownHasItsOrderAndTimes)
+{
+  fakeClock.at(1500ms, powerFails);
+  fakeClock.at(2500ms, batteryIsEmpty);
+  powerAgent.settings.testShutCmd = "poweroff";
+  const Recording recording = recordFor(243500ms, runFullServer);
+  EXPECT_EQ(recording.story, (Story{
+                                 "0.000 > Full server",
+                                 "0.000 read PWR-IN 0",
+                                 "1.000 read PWR-IN 0",
+                                 "2.000 read PWR-IN 1",
+                                 "2.000 read BAT-T1 1",
+                                 "3.000 read PWR-IN 1",
+                                 "3.000 read BAT-T1 0",
+                                 "3.000 > Battery empty",
+                                 "18.000 > Not ready for shutdown after 15 seconds",
+                                 "123.000 > Execute: poweroff",
+                                 "123.000 system poweroff",
+                                 "243.000 > Still alive, force shutdown",
+                                 "243.000 sync",
+                                 "243.000 write BAT-SW 0",
+                             }));
+  EXPECT_EQ(status().count, 243U);
+  EXPECT_EQ(status().batteryEmpty, 1);
+  EXPECT_EQ(status().missingPower, 1);
+}
+
+TEST_F(FullServerTest, TheCommandRunsAtTheTimeoutFrom16SecondsOnElseAfter20)
+{
+  powerFails();
+  batteryIsEmpty();
+  const struct {
+    std::uint32_t timeout;
+    std::uint32_t seconds;
+  } table[] = {{0, 20},  {1, 20},  {14, 20}, {15, 20}, {16, 16},
+               {17, 17}, {19, 19}, {20, 20}, {21, 21}, {120, 120}};
+  for (const auto& row : table) {
+    SCOPED_TRACE(row.timeout);
+    fakeClock.start();
+    powerAgent.sharedState.status->count = 0;
+    powerAgent.settings.testShutTimeout = row.timeout;
+    const Recording recording = recordFor(130s, runFullServer);
+    EXPECT_EQ(linesWith(recording.story, "system"),
+              Story{std::to_string(row.seconds) + ".000 system reboot"});
+    EXPECT_EQ(linesWith(recording.story, "Not ready"),
+              Story{"15.000 > Not ready for shutdown after 15 seconds"});
+  }
+}
+
+TEST_F(FullServerTest, ATimeoutBeyondTheSignedRangeIsNotShort)
+{
+  powerFails();
+  batteryIsEmpty();
+  powerAgent.settings.testShutTimeout = 0xFFFFFFFF;
+  const Recording recording = recordFor(300s, runFullServer);
+  EXPECT_TRUE(linesWith(recording.story, "system").empty());
+  EXPECT_EQ(status().count, 299U);
+}
+
+TEST_F(FullServerTest, AnyBatteryLevelButOneIsEmpty)
+{
+  powerFails();
+  for (const int level : {0, 2, -1}) {
+    SCOPED_TRACE(level);
+    fakeClock.start();
+    fakeLines["BAT-T1"].level = level;
+    EXPECT_EQ(recordFor(5s, runFullServer).out, "Full server\nBattery empty\n");
+  }
+}
+
+TEST_F(FullServerTest, PowerThatComesBackDoesNotStopTheShutdown)
+{
+  powerFails();
+  batteryIsEmpty();
+  fakeClock.at(5s, [] {
+    fakeLines["PWR-IN"].level = 0;
+    fakeLines["BAT-T1"].level = 1;
+  });
+  const Recording recording = recordFor(250s, runFullServer);
+  EXPECT_EQ(linesWith(recording.story, "system"), Story{"120.000 system reboot"});
+  EXPECT_EQ(linesWith(recording.story, "write"), Story{"240.000 write BAT-SW 0"});
+}
+
+TEST_F(FullServerTest, AfterTheCutNothingIsReconnectedAndTheBatteryStaysEmpty)
+{
+  powerFails();
+  batteryIsEmpty();
+  fakeClock.at(239s, [] {
+    fakeLines["PWR-IN"].level = 0;
+    fakeLines["BAT-T1"].level = 1;
+  });
+  std::vector<int> missingPower;
+  for (const auto time : {240500ms, 241500ms, 259500ms}) {
+    fakeClock.at(time, [&] { missingPower.push_back(status().missingPower); });
+  }
+  const Recording recording = recordFor(260s, runFullServer);
+  EXPECT_EQ(linesWith(recording.story, "write"), Story{"240.000 write BAT-SW 0"});
+  EXPECT_EQ(missingPower, (std::vector<int>{1, 0, 0}));
+  EXPECT_EQ(status().batteryEmpty, 1);
+}
+
+TEST_F(FullServerTest, ASurvivorBeginsAnewAfterATick)
+{
+  powerFails();
+  batteryIsEmpty();
+  powerAgent.settings.testShutTimeout = 16;
+  powerAgent.settings.testShutCutoff = 15;
+  const Recording recording = recordFor(64s, runFullServer);
+  EXPECT_EQ(linesWithout(recording.story, " read "),
+            (Story{
+                "0.000 > Full server",
+                "0.000 > Battery empty",
+                "15.000 > Not ready for shutdown after 15 seconds",
+                "16.000 > Execute: reboot",
+                "16.000 system reboot",
+                "31.000 > Still alive, force shutdown",
+                "31.000 sync",
+                "31.000 write BAT-SW 0",
+                "32.000 > Battery empty",
+                "47.000 > Not ready for shutdown after 15 seconds",
+                "48.000 > Execute: reboot",
+                "48.000 system reboot",
+                "63.000 > Still alive, force shutdown",
+                "63.000 sync",
+                "63.000 write BAT-SW 0",
+            }));
+}
+
+TEST_F(FullServerTest, AnotherProcessCanCutTheGraceShortButNotTheRest)
+{
+  powerFails();
+  batteryIsEmpty();
+  fakeClock.at(2500ms, [] { powerAgent.sharedState.status->batteryEmpty = 0; });
+  const Recording recording = recordFor(200s, runFullServer);
+  EXPECT_EQ(linesWithout(recording.story, " read "),
+            (Story{"0.000 > Full server", "0.000 > Battery empty", "108.000 > Execute: reboot",
+                   "108.000 system reboot"}));
+}
+
+TEST_F(FullServerTest, ATestRunsInTheTickThatFindsItDue)
+{
+  fakeClock.at(1500ms, [] {
+    powerAgent.sharedState.request->runTestNow = 1;
+    powerAgent.sharedState.request->duration = 2;
+  });
+  const Recording recording = recordFor(5500ms, runFullServer);
+  EXPECT_EQ(linesWithout(recording.story, "read BAT-T1"),
+            (Story{
+                "0.000 > Full server",
+                "0.000 read PWR-IN 0",
+                "1.000 read PWR-IN 0",
+                "2.000 read PWR-IN 0",
+                "2.000 > Got run test now",
+                "2.000 write BAT-T2 1",
+                "2.000 > MS: 100002000",
+                "3.000 > MS: 100003000",
+                "4.000 write BAT-T2 0",
+                "4.000 > Test result: Battery is good",
+                "5.000 read PWR-IN 0",
+            }));
+  EXPECT_EQ(status().count, 5U);
+}
+
+TEST_F(FullServerTest, NoTestStartsWhileAcPowerIsMissing)
+{
+  powerFails();
+  powerAgent.sharedState.request->runTestNow = 1;
+  powerAgent.sharedState.request->duration = 2;
+  fakeClock.at(3500ms, [] { fakeLines["PWR-IN"].level = 0; });
+  const Recording recording = recordFor(10s, runFullServer);
+  EXPECT_EQ(linesWith(recording.story, "Got run test now"), Story{"4.000 > Got run test now"});
+}
+
+TEST_F(FullServerTest, AcPowerLostDuringATestIsSeenAfterIt)
+{
+  powerAgent.sharedState.request->runTestNow = 1;
+  powerAgent.sharedState.request->duration = 5;
+  fakeClock.at(1200ms, powerFails);
+  const Recording recording = recordFor(6500ms, runFullServer);
+  EXPECT_EQ(linesWith(recording.story, "PWR-IN"),
+            (Story{"0.000 read PWR-IN 0", "6.000 read PWR-IN 1"}));
+  EXPECT_EQ(status().missingPower, 1);
+}
+
+TEST_F(FullServerTest, ATickSurvivesInterruptionsAndOtherFailures)
+{
+  fakeClock.failSleepAt(500ms, EINTR);
+  fakeClock.failSleepAt(1500ms, EINVAL);
+  const Recording recording = recordFor(3s, runFullServer);
+  EXPECT_EQ(linesWith(recording.story, "PWR-IN"),
+            (Story{"0.000 read PWR-IN 0", "1.000 read PWR-IN 0", "1.500 read PWR-IN 0",
+                   "2.500 read PWR-IN 0"}));
+}
+
+TEST_F(FullServerTest, AnExceptionOfTheLineLibraryLeavesTheLoop)
+{
+  fakeClock.at(2500ms, [] { fakeLines["PWR-IN"].readError = EIO; });
+  const std::string text = errorOf([] { record(runFullServer); });
+  EXPECT_NE(text.find("Input/output error"), std::string::npos);
+  EXPECT_EQ(status().count, 3U);
+}
+
+TEST_F(FullServerTest, AnExceptionThatNobodyCatchesEndsTheProcessWithoutRelease)
+{
+  fakeClock.at(2500ms, [] { fakeLines["PWR-IN"].readError = EIO; });
+  const Recording recording = recordInChild([] { []() noexcept { runFullServer(); }(); });
+  EXPECT_EQ(recording.killedBy, SIGABRT);
+  EXPECT_TRUE(linesWith(recording.story, "release").empty());
+  EXPECT_EQ(status().count, 3U) << "the count stays where it was";
+}
