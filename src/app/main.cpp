@@ -1,7 +1,11 @@
+#include "app/interrupt.h"
 #include "app/power_agent.h"
+#include "app/supervision.h"
+#include "gpio/lines.h"
 #include "shared/client_commands.h"
 #include "shared/instance_lock.h"
 
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -56,6 +60,43 @@ void exitUnlessRecordsMapped()
   std::exit(0);
 }
 
+void exitIfRequestFails(void (*request)())
+{
+  try {
+    request();
+  } catch (const std::exception& error) {
+    std::cerr << error.what() << "\n";
+    std::exit(1);
+  }
+}
+
+void takePowerLine()
+{
+  if (!acquireLine(powerAgent.pwrInLine, powerAgent.settings.gpioPwrIn)) {
+    std::exit(1);
+  }
+  exitIfRequestFails([] { requestInput(powerAgent.pwrInLine); });
+}
+
+bool acquireBatteryLines()
+{
+  const PowerSettings& settings = powerAgent.settings;
+  return acquireLine(powerAgent.at1Line, settings.gpioAt1) &&
+         acquireLine(powerAgent.at2Line, settings.gpioAt2) &&
+         acquireLine(powerAgent.batSwLine, settings.gpioBatSw);
+}
+
+void requestBatteryLines()
+{
+  const int acConnected = 0;
+  const int batteryConnected = 1;
+  exitIfRequestFails([] {
+    requestInput(powerAgent.at1Line);
+    requestOutput(powerAgent.at2Line, acConnected);
+    requestOutput(powerAgent.batSwLine, batteryConnected);
+  });
+}
+
 [[noreturn]] void runDaemon()
 {
   // Before anything is created: a second start must not disturb the first.
@@ -66,7 +107,12 @@ void exitUnlessRecordsMapped()
   std::cout << "Start\n";
   createSharedState(powerAgent.sharedState);
   exitUnlessRecordsMapped();
-  std::exit(0);
+  takePowerLine();
+  if (powerAgent.settings.testBattery && acquireBatteryLines()) {
+    requestBatteryLines();
+    runFullServer();
+  }
+  runMinimalServer();
 }
 
 }  // namespace
@@ -75,6 +121,8 @@ int main(int argc, char* argv[])
 {
   // The daemon's output is its log: each line must be there when it is written.
   setlinebuf(stdout);
+  std::signal(SIGINT, handleInterrupt);
+  std::signal(SIGTERM, handleInterrupt);
 
   loadAllSettings(argc, argv);
   if (powerAgent.settings.showHelp()) {
