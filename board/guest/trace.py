@@ -1,0 +1,114 @@
+"""The kernel's own record of what programs do with GPIO lines.
+
+Every read and write goes through a trace point of the kernel, so that nothing
+a program does with a line is missed, not even a pulse that takes no time; the
+program itself runs unchanged.
+"""
+
+import os
+import re
+from pathlib import Path
+from typing import NamedTuple, Optional
+
+from guest.lines import chips
+
+_TRACING = Path("/sys/kernel/tracing")
+_RECORD = re.compile(
+    r".*-(?P<process>\d+) +\[\d+\] \S+ +(?P<seconds>\d+)\.(?P<microseconds>\d{6}): "
+    r"gpio_(?:value: (?P<number>\d+) (?P<action>get|set) (?P<level>\d+)"
+    r"|direction: (?P<directed>\d+) +(?P<direction>in|out) \((?P<error>-?\d+)\))"
+)
+
+
+class Event(NamedTuple):
+    time: int  # nanoseconds on the monotonic clock, recorded in whole microseconds
+    kind: str  # "read", "write", "input" or "output"; the last two set the direction
+    line: Optional[str]
+    level: Optional[int]  # None when the direction is set
+    process: int
+
+
+class Trace:
+    """Records from its making until `close`; usable in a `with` statement.
+
+    Only one can be open at a time. With `writes_only` reads are left out, for runs
+    so long that a read every second would be too much to keep.
+    """
+
+    def __init__(self, writes_only: bool = False, buffer_kilobytes: int = 16384):
+        self._events: list[Event] = []
+        self._names: dict[int, Optional[str]] = {}
+        self._rest = ""
+        _write("tracing_on", "0")
+        _write("trace_clock", "mono")
+        _write("options/overwrite", "0")
+        _write("buffer_size_kb", str(buffer_kilobytes))
+        _write("events/gpio/gpio_value/filter", "get == 0" if writes_only else "0")
+        _write("events/gpio/enable", "1")
+        self._pipe = os.open(_TRACING / "trace_pipe", os.O_RDONLY | os.O_NONBLOCK)
+        self.clear()
+        _write("tracing_on", "1")
+
+    def events(self) -> list[Event]:
+        """All events since the start or the last `clear`, oldest first.
+
+        A chip must still be there when this is first called after an event on it:
+        the name of a line is looked up then. Raises if the kernel lost events.
+        """
+        for chip in chips():
+            self._names.update((chip.first_number + line.offset, line.name) for line in chip.lines)
+        while chunk := self._read():
+            *complete, self._rest = (self._rest + chunk).split("\n")
+            self._events.extend(self._parse(text) for text in complete)
+        lost = re.search(r"dropped events: (\d+)", (_TRACING / "per_cpu/cpu0/stats").read_text())
+        if int(lost[1]) > 0:
+            raise RuntimeError(f"the trace lost {lost[1]} events: read it more often")
+        return list(self._events)
+
+    def writes(self, line: str) -> list[tuple[int, int]]:
+        """What was written to this line: pairs of time in nanoseconds and level."""
+        return [
+            (event.time, event.level)
+            for event in self.events()
+            if event.kind == "write" and event.line == line
+        ]
+
+    def clear(self) -> None:
+        """Forgets everything recorded so far."""
+        _write("trace", "")
+        self._events.clear()
+
+    def close(self) -> None:
+        if self._pipe >= 0:
+            _write("events/gpio/enable", "0")
+            os.close(self._pipe)
+            self._pipe = -1
+
+    def __enter__(self) -> "Trace":
+        return self
+
+    def __exit__(self, *_) -> None:
+        self.close()
+
+    def _read(self) -> str:
+        try:
+            return os.read(self._pipe, 65536).decode()
+        except BlockingIOError:
+            return ""
+
+    def _parse(self, text: str) -> Event:
+        record = _RECORD.fullmatch(text)
+        if record is None:
+            raise RuntimeError(f"not a record of a GPIO line: {text!r}")
+        time = int(record["seconds"]) * 10**9 + int(record["microseconds"]) * 1000
+        process = int(record["process"])
+        if record["direction"]:
+            kind = "input" if record["direction"] == "in" else "output"
+            return Event(time, kind, self._names.get(int(record["directed"])), None, process)
+        kind = "read" if record["action"] == "get" else "write"
+        name = self._names.get(int(record["number"]))
+        return Event(time, kind, name, int(record["level"]), process)
+
+
+def _write(file: str, text: str) -> None:
+    (_TRACING / file).write_text(text)

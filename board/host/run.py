@@ -1,0 +1,56 @@
+"""`board run`: one command on the board, its output and status passed on."""
+
+import os
+from pathlib import Path
+from typing import BinaryIO, Sequence
+
+from host.machine import Machine, task
+from host.problems import BoardFailure
+
+# Every wait inside takes no time outside; so a program that waits for what never
+# comes would be waited for in vain without this.
+_LONGEST_BOARD_SECONDS = 400 * 24 * 60 * 60
+
+
+def run(
+    kernel: Path,
+    scratch: Path,
+    command: Sequence[str],
+    realtime: bool,
+    coupled: bool,
+    longest_seconds: float,
+) -> int:
+    """Returns the command's status."""
+    # When both go to one place, such as a terminal, their order is to be kept.
+    together = os.path.sameopenfile(1, 2)
+    outputs = {1: "stdout", 2: "stdout" if together else "stderr"}
+    machine = Machine(
+        kernel,
+        scratch,
+        task(
+            command,
+            outputs,
+            realtime=realtime,
+            coupled=coupled,
+            # Coupled, a BAT-T2 pulled to 1 would keep AC power away from the start.
+            natural_pulls=coupled,
+            longest_seconds=_LONGEST_BOARD_SECONDS,
+        ),
+    )
+    descriptors = (1,) if together else (1, 2)
+    files = [(number, (scratch / outputs[number]).open("rb")) for number in descriptors]
+
+    def pass_on() -> None:
+        for descriptor, file in files:
+            _copy(file, descriptor)
+
+    return machine.wait(pass_on, longest_seconds)
+
+
+def _copy(file: BinaryIO, descriptor: int) -> None:
+    try:
+        while chunk := file.read(1 << 16):
+            while chunk:
+                chunk = chunk[os.write(descriptor, chunk) :]
+    except BrokenPipeError:
+        raise BoardFailure("nobody reads the output any more") from None
