@@ -1,0 +1,96 @@
+"""A freshly wired board with the program on it: what every scenario starts from."""
+
+import os
+import subprocess
+from contextlib import ExitStack
+from pathlib import Path
+
+from guest.board import wire
+from guest.lines import remove_chips
+from guest.process import Program, Result, run
+from guest.stand_in import StandIns
+from guest.trace import Trace
+
+PROGRAM = os.environ["KELVO_PWR"]
+SEGMENT_TOOL = os.environ["SEGMENT_TOOL"]
+
+SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
+LOCK = Path("/run/kelvo-pwr.lock")
+
+NO_RESULT_FILE = "Cant read timestamp conf\n"
+
+SECOND = 10**9  # in nanoseconds, the unit of all times
+MILLISECOND = 10**6
+
+
+class Rig:
+    """Wired lines, a trace of them, stand-ins for the shutdown commands, a configuration.
+
+    Everything started through it is killed at the end.
+    """
+
+    def __init__(self, folder: Path):
+        self.folder = folder
+        self.result_file = folder / "result.dat"
+        self.conf = folder / "kelvo-pwr.conf"
+        self.configure()
+        self._open = ExitStack()
+
+    def __enter__(self) -> "Rig":
+        remove_chips()
+        SEGMENT.unlink(missing_ok=True)
+        self.board = wire()
+        self.trace = self._open.enter_context(Trace())
+        self.commands = self._open.enter_context(StandIns())
+        return self
+
+    def __exit__(self, *_) -> None:
+        self._open.close()
+
+    def configure(self, *lines: str) -> None:
+        """Rewrites the configuration file that `daemon` and `client` are given."""
+        own = f"sys.save.path={self.result_file}"
+        self.conf.write_text("".join(f"{line}\n" for line in (own, *lines)))
+
+    def daemon(self, *words: str, before: tuple = (), env=None) -> Program:
+        """Starts the program without waiting; `before` goes in front of its command line."""
+        argv = [*before, PROGRAM, "-c", str(self.conf), *words]
+        return self._open.enter_context(Program(argv, env))
+
+    def full_server(self, *settings: str, env=None) -> Program:
+        """Starts a daemon that has reached its loop with these settings on top."""
+        self.configure("test.battery=true", *settings)
+        daemon = self.daemon(env=env)
+        daemon.wait_for_line("Full server", within=1)
+        return daemon
+
+    def minimal_server(self) -> Program:
+        daemon = self.daemon()
+        daemon.wait_for_line("Minimal server", within=1)
+        return daemon
+
+    def client(self, *words: str, env=None) -> Result:
+        return run([PROGRAM, "-c", str(self.conf), *words], env)
+
+    def save_times(self, start: int, end: int) -> None:
+        """Leaves a result file as an earlier daemon would."""
+        self.result_file.write_text(f"result.start={start}\nresult.end={end}\n")
+
+    def saved_times(self) -> tuple[int, int]:
+        """The two times in the result file, which must be exactly as the daemon writes it."""
+        text = self.result_file.read_text()
+        start, end = (line.split("=")[1] for line in text.splitlines())
+        assert text == f"result.start={int(start)}\nresult.end={int(end)}\n"
+        return int(start), int(end)
+
+    def status(self) -> dict[str, int]:
+        """All eight fields, as the status client prints them."""
+        result = self.client("--status")
+        assert result.status == 0, result
+        lines = (line.split(" : ") for line in result.stdout.splitlines())
+        return {name.strip(): int(value) for name, value in lines}
+
+    def set_fields(self, **fields: int) -> None:
+        """Writes to the shared records as another process can."""
+        words = [f"{name}={value}" for name, value in fields.items()]
+        subprocess.run([SEGMENT_TOOL, "set", *words], check=True)
