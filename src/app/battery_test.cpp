@@ -2,14 +2,14 @@
 
 #include "app/clock.h"
 #include "app/power_agent.h"
-#include "app/test_times.h"
+#include "app/test_rules.h"
 #include "gpio/lines.h"
 
 #include <iostream>
 
 namespace {
 
-/// The request counts only if it finds the right time; it is cleared either way.
+/// The request counts only if period and quiet time allow; it is cleared either way.
 bool takePeriodicRequest()
 {
   volatile KelvoPowerRequest_struct* request = powerAgent.sharedState.request;

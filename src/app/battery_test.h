@@ -7,7 +7,8 @@
 bool isScheduledTestTime(std::uint32_t period);
 
 /// Whether a test must start now. Takes a posted request, which is thereby gone
-/// even if it is refused. Call once per tick, while AC power is present.
+/// even if it is refused, and says so for one for a test now. Call once per tick,
+/// while AC power is present.
 bool isTestDue();
 
 /// Tests the battery for `seconds` with AC power disconnected, ends at the first

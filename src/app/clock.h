@@ -8,7 +8,7 @@ void sleepOneSecond();
 
 void sleepSeconds(std::uint32_t seconds);
 
-/// Sleeps less than a second; `count` stays.
+/// For less than a second, at most 999; `count` stays.
 void sleepMilliseconds(std::uint16_t milliseconds);
 
 /// Wall clock: whole seconds since the Unix epoch.

@@ -4,8 +4,10 @@
 #include "gpio/lines.h"
 #include "shared/client_commands.h"
 #include "shared/instance_lock.h"
+#include "shared/shared_state.h"
 
 #include <csignal>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -44,19 +46,18 @@ void exitUnlessRecordsMapped()
   const PowerSettings& settings = powerAgent.settings;
   openSharedStateReadWrite(powerAgent.sharedState);
   exitUnlessRecordsMapped();
-  if (powerAgent.sharedState.status->testing == 255) {
+  if (powerAgent.sharedState.status->testing == notAvailable) {
     std::cout << "Testing is disabled, exiting.\n";
     std::exit(0);
   }
   volatile KelvoPowerRequest_struct* request = powerAgent.sharedState.request;
   if (settings.runTest) {
     requestTest(settings.testPeriod, isPeriodicTestAllowed);
-    request->runTest = 1;
+    postRequest(request->runTest);
   } else {
     requestTest(std::uint32_t{2} * settings.testDuration, isImmediateTestAllowed);
-    request->runTestNow = 1;
+    postRequest(request->runTestNow);
   }
-  request->duration = settings.testDuration;
   std::exit(0);
 }
 
@@ -70,7 +71,7 @@ void exitIfRequestFails(void (*request)())
   }
 }
 
-void takePowerLine()
+void claimPowerLine()
 {
   if (!acquireLine(powerAgent.pwrInLine, powerAgent.settings.gpioPwrIn)) {
     std::exit(1);
@@ -88,8 +89,6 @@ bool acquireBatteryLines()
 
 void requestBatteryLines()
 {
-  const int acConnected = 0;
-  const int batteryConnected = 1;
   exitIfRequestFails([] {
     requestInput(powerAgent.at1Line);
     requestOutput(powerAgent.at2Line, acConnected);
@@ -107,7 +106,7 @@ void requestBatteryLines()
   std::cout << "Start\n";
   createSharedState(powerAgent.sharedState);
   exitUnlessRecordsMapped();
-  takePowerLine();
+  claimPowerLine();
   if (powerAgent.settings.testBattery && acquireBatteryLines()) {
     requestBatteryLines();
     runFullServer();

@@ -5,11 +5,10 @@
 #include "app/power_agent.h"
 #include "app/shutdown.h"
 
+#include <cstdint>
 #include <iostream>
 
 namespace {
-
-constexpr std::uint8_t notAvailable = 255;
 
 /// The part of the shutdown timeout that waitBeforeShutdown takes.
 constexpr std::uint32_t graceSeconds = 15;

@@ -107,14 +107,14 @@ void PowerSettings::loadSettings(int argc, const char* const argv[])
 }
 
 bool PowerSettings::parseConfigFile(const std::string& path,
-                                    const options::options_description& options)
+                                    const options::options_description& accepted)
 {
   std::ifstream file(path);
   if (!file) {
     return false;
   }
   const bool allowUnregistered = true;
-  const auto parsed = options::parse_config_file(file, options, allowUnregistered);
+  const auto parsed = options::parse_config_file(file, accepted, allowUnregistered);
   options::store(parsed, optionValues);
   for (const auto& option : parsed.options) {
     if (option.unregistered) {

@@ -23,12 +23,12 @@ struct PowerSettings {
   /// unusable word, value, line or file.
   void loadSettings(int argc, const char* const argv[]);
 
-  /// Stores what the file at `path` gives for `options` into optionValues; the
+  /// Stores what the file at `path` gives for `accepted` into optionValues; the
   /// fields follow at the next notify, which is the caller's.
   /// Unknown keys are reported on standard output and ignored.
   /// Returns false if the file cannot be opened; throws on malformed content.
   bool parseConfigFile(const std::string& path,
-                       const boost::program_options::options_description& options);
+                       const boost::program_options::options_description& accepted);
 
   /// Prints the help text if it was asked for; returns whether it was.
   bool showHelp() const;
@@ -60,7 +60,8 @@ struct PowerSettings {
   bool testBattery = false;
   /// Tests are started by requests of an external scheduler only.
   bool testExternalScheduling = false;
-  /// Least time from the start of one test to the next, in seconds.
+  /// Least time from the start of one test to the next, in seconds; not for a
+  /// request for a test now.
   std::uint32_t testPeriod = 14 * 24 * 60 * 60;
   /// Local hour in which a scheduled test may start; outside 0 to 23: never.
   std::int32_t testHour = 10;
@@ -68,9 +69,9 @@ struct PowerSettings {
   std::uint16_t testDuration = 600;
   /// No periodic test until the system has been up for this many seconds.
   std::uint16_t testInitDisable = 600;
-  /// Seconds from an empty battery to the shutdown command.
+  /// Seconds from an empty battery to the shutdown command; up to 15 give 20.
   std::uint32_t testShutTimeout = 120;
-  /// Seconds from the shutdown command to the battery cut.
+  /// Seconds from the shutdown command to the battery cut; below 15 count as 15.
   std::uint32_t testShutCutoff = 120;
   /// "reboot" or "poweroff" once loaded.
   std::string testShutCmd = "reboot";

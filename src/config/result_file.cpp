@@ -1,5 +1,7 @@
 #include "config/power_settings.h"
 
+#include <boost/program_options/variables_map.hpp>
+
 #include <fstream>
 #include <iostream>
 

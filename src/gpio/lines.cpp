@@ -55,20 +55,20 @@ bool checkBattery()
 
 void disconnectAcPower()
 {
-  powerAgent.at2Line.set_value(1);
+  powerAgent.at2Line.set_value(acDisconnected);
 }
 
 void connectAcPower()
 {
-  powerAgent.at2Line.set_value(0);
+  powerAgent.at2Line.set_value(acConnected);
 }
 
 void disconnectBattery()
 {
-  powerAgent.batSwLine.set_value(0);
+  powerAgent.batSwLine.set_value(batteryCut);
 }
 
 void connectBattery()
 {
-  powerAgent.batSwLine.set_value(1);
+  powerAgent.batSwLine.set_value(batteryConnected);
 }

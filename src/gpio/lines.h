@@ -11,6 +11,12 @@
 /// The holder's name that the kernel shows for our lines.
 inline constexpr const char* lineConsumer = "kelvo-pwr";
 
+// Levels of the outputs.
+inline constexpr int acConnected = 0;
+inline constexpr int acDisconnected = 1;
+inline constexpr int batteryCut = 0;
+inline constexpr int batteryConnected = 1;
+
 /// Fills `line` with the line called `name`, searched on all chips of the system,
 /// and returns whether it exists and is free; says on standard error why not.
 /// Does not request it.

@@ -2,7 +2,7 @@
 
 #include "app/battery_test.h"
 #include "app/power_agent.h"
-#include "app/test_times.h"
+#include "app/test_rules.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -47,6 +47,12 @@ void requestTest(std::uint32_t threshold, const std::function<bool(std::uint32_t
               << "Last test result: " << lastTestResult() << "\n";
     std::exit(0);
   }
+}
+
+void postRequest(volatile std::uint8_t& flag)
+{
+  flag = 1;
+  powerAgent.sharedState.request->duration = powerAgent.settings.testDuration;
 }
 
 bool isPeriodicTestAllowed(std::uint32_t threshold)

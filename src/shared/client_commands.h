@@ -14,6 +14,10 @@ void printStatus(const SharedState& sharedState);
 /// Throws std::bad_function_call if `isAllowed` is empty.
 void requestTest(std::uint32_t threshold, const std::function<bool(std::uint32_t)>& isAllowed);
 
+/// Posts a request, which `flag` of the request record stands for, with our own
+/// `test.duration` as the length of the test. The flag comes first.
+void postRequest(volatile std::uint8_t& flag);
+
 /// Whether `threshold` seconds have passed since the last test started and the
 /// system has been up for long enough.
 bool isPeriodicTestAllowed(std::uint32_t threshold);

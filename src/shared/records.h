@@ -8,8 +8,10 @@
 // at global scope are the interface between builds of this program: the names
 // are the keys under which the records are found.
 
-/// Written by the daemon. A flag is 1 for yes, 0 for no, and 255 in the minimal
-/// server, where it is not available.
+/// What the minimal server writes to a flag that it has no value for.
+inline constexpr std::uint8_t notAvailable = 255;
+
+/// Written by the daemon. A flag is 1 for yes, 0 for no, or notAvailable.
 struct KelvoPowerStatus_struct {
   std::uint32_t count;        ///< Seconds waited since the daemon started; wraps.
   std::uint8_t missingPower;  ///< AC power is missing.

@@ -1,6 +1,9 @@
 #include "shared/shared_state.h"
 
+#include <boost/interprocess/shared_memory_object.hpp>
+
 #include <atomic>
+#include <cstddef>
 #include <exception>
 #include <iostream>
 

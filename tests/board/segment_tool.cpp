@@ -1,6 +1,6 @@
 // A process other than the daemon that writes to the shared segment, for tests:
-//   segment_tool set FIELD=VALUE...   changes fields of the records
-//   segment_tool without-records      makes a new segment that has neither record
+//   segment_tool set FIELD=VALUE...        changes fields of the records
+//   segment_tool make [status] [request]   makes a new segment with these records
 
 #include "shared/shared_state.h"
 
@@ -49,13 +49,20 @@ void setFields(int count, char* assignments[])
   }
 }
 
-void makeWithoutRecords()
+void makeSegment(int count, char* records[])
 {
   namespace interprocess = boost::interprocess;
   const SharedState names;
   const char* name = names.segmentName.c_str();
   interprocess::shared_memory_object::remove(name);
-  interprocess::managed_shared_memory(interprocess::create_only, name, 1024);
+  interprocess::managed_shared_memory segment(interprocess::create_only, name, 1024);
+  for (int i = 0; i < count; ++i) {
+    if (std::string_view(records[i]) == "status") {
+      segment.construct<KelvoPowerStatus_struct>(interprocess::unique_instance)();
+    } else {
+      segment.construct<KelvoPowerRequest_struct>(interprocess::unique_instance)();
+    }
+  }
 }
 
 }  // namespace
@@ -66,10 +73,10 @@ int main(int argc, char* argv[])
   try {
     if (command == "set") {
       setFields(argc - 2, argv + 2);
-    } else if (command == "without-records") {
-      makeWithoutRecords();
+    } else if (command == "make") {
+      makeSegment(argc - 2, argv + 2);
     } else {
-      throw std::runtime_error("usage: segment_tool set FIELD=VALUE... | without-records");
+      throw std::runtime_error("usage: segment_tool set FIELD=VALUE... | make [status] [request]");
     }
   } catch (const std::exception& error) {
     std::cerr << error.what() << "\n";

@@ -7,7 +7,8 @@ import pytest
 
 from rig import NO_RESULT_FILE, PROGRAM, SECOND, SEGMENT, SEGMENT_TOOL
 
-from guest.clock import sleep_until
+from guest.clock import now, sleep_until
+from guest.process import Program
 
 CLIENTS = [["-s"], ["-r"], ["-n"]]
 
@@ -70,8 +71,9 @@ def test_no_client_makes_or_removes_the_segment(rig):
 
 
 @pytest.mark.parametrize("words", CLIENTS)
-def test_a_segment_without_the_records_ends_a_client_without_a_word(rig, words):
-    subprocess.run([SEGMENT_TOOL, "without-records"], check=True)
+@pytest.mark.parametrize("records", [[], ["status"], ["request"]])
+def test_a_segment_without_both_records_ends_a_client_without_a_word(rig, words, records):
+    subprocess.run([SEGMENT_TOOL, "make", *records], check=True)
     assert rig.client(*words) == ("", NO_RESULT_FILE, 1)
 
 
@@ -89,10 +91,22 @@ def test_another_user_can_see_but_not_ask(rig):
 def test_a_status_client_waits_for_no_lock(rig):
     """The library's own lock lies in the segment; a read-only client passes it by."""
     rig.minimal_server().kill()
-    content = bytearray(SEGMENT.read_bytes())
     plain = rig.client("--status")
-    # As a lock that a killed process holds would look: every word of the header after
-    # the two that say that the segment is ready is set where the mutex may be.
-    lock = content[8:48]
-    SEGMENT.write_bytes(content[:8] + b"\1" * len(lock) + content[48:])
+    take_lock_for_ever()
     assert rig.client("--status") == plain
+    with Program([PROGRAM, "-c", str(rig.conf), "--run-test"]) as client:
+        sleep_until(now() + 1000 * SECOND)
+        assert client.returncode is None
+
+
+def take_lock_for_ever():
+    """Leaves the lock as a process does that is killed while it holds it."""
+    content = bytearray(SEGMENT.read_bytes())
+    # The C library's mutex: lock, count, owner, users, kind; the kind of this one is
+    # recursive and shared between processes, a word that stands nowhere else.
+    kinds = [at for at in range(0, 256, 4) if content[at : at + 4] == b"\x81\0\0\0"]
+    (kind,) = kinds
+    content[kind - 16 : kind - 12] = (1).to_bytes(4, "little")
+    content[kind - 8 : kind - 4] = (999_999).to_bytes(4, "little")
+    with SEGMENT.open("r+b") as segment:
+        segment.write(content)

@@ -2,8 +2,14 @@
 
 #include "support/agent_test.h"
 
+#include <cstddef>
 #include <functional>
 #include <limits>
+#include <new>
+
+#include <signal.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 class ClientCommandsTest : public AgentTest {
  protected:
@@ -258,4 +264,35 @@ TEST_F(ClientCommandsTest, WithoutAResultFileTheLastTestIsLongAgo)
   powerAgent.settings.startTimestamp = 0;
   EXPECT_TRUE(isPeriodicTestAllowed(powerAgent.settings.testPeriod));
   EXPECT_TRUE(isImmediateTestAllowed(2 * 65535));
+}
+
+TEST_F(ClientCommandsTest, APostedRequestHasItsFlagAndOurOwnDuration)
+{
+  volatile KelvoPowerRequest_struct& request = *powerAgent.sharedState.request;
+  postRequest(request.runTestNow);
+  EXPECT_EQ(request.runTest, 0);
+  EXPECT_EQ(request.runTestNow, 1);
+  EXPECT_EQ(request.duration, 60);
+  postRequest(request.runTest);
+  EXPECT_EQ(request.runTest, 1);
+}
+
+TEST_F(ClientCommandsTest, TheFlagIsPostedBeforeTheDuration)
+{
+  // A record whose duration lies on a page that cannot be written: what has been posted
+  // by then is what the fault finds.
+  const auto pageBytes = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+  void* const pages =
+      mmap(nullptr, 2 * pageBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(pages, MAP_FAILED);
+  std::uint8_t* const secondPage = static_cast<std::uint8_t*>(pages) + pageBytes;
+  ASSERT_EQ(mprotect(secondPage, pageBytes, PROT_READ), 0);
+  powerAgent.sharedState.request =
+      new (secondPage - offsetof(KelvoPowerRequest_struct, duration)) KelvoPowerRequest_struct;
+  const Recording recording = recordInChild([] {
+    signal(SIGSEGV, [](int) { _exit(powerAgent.sharedState.request->runTest == 1 ? 42 : 1); });
+    postRequest(powerAgent.sharedState.request->runTest);
+  });
+  EXPECT_EQ(recording.exitStatus, 42);
+  munmap(pages, 2 * pageBytes);
 }

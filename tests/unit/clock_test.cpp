@@ -2,6 +2,8 @@
 
 #include "support/agent_test.h"
 
+#include <stdlib.h>
+
 #include <cerrno>
 #include <vector>
 
@@ -208,4 +210,14 @@ TEST_F(ClockTest, TheHourIsThatOfTheLocalTime)
     setNow(row.now);
     EXPECT_EQ(currentHour(), row.hour);
   }
+}
+
+TEST_F(ClockTest, TheTimeZoneIsLookedUpEachTimeTheHourIsAskedFor)
+{
+  setLocalTime("UTC0");
+  setNow(startOfTestHour);
+  EXPECT_EQ(currentHour(), 10);
+  // No tzset() here: that is for the question itself to do.
+  setenv("TZ", "AAA5", 1);
+  EXPECT_EQ(currentHour(), 5);
 }

@@ -1,12 +1,12 @@
-#include "app/test_times.h"
+#include "app/test_rules.h"
 
 #include "support/agent_test.h"
 
 #include <limits>
 
-class TestTimesTest : public AgentTest {};
+class TestRulesTest : public AgentTest {};
 
-TEST_F(TestTimesTest, EnoughTimeHasPassedFromTheThresholdOn)
+TEST_F(TestRulesTest, EnoughTimeHasPassedFromTheThresholdOn)
 {
   constexpr std::uint32_t largest = std::numeric_limits<std::uint32_t>::max();
   const struct {
@@ -47,21 +47,21 @@ TEST_F(TestTimesTest, EnoughTimeHasPassedFromTheThresholdOn)
   }
 }
 
-TEST_F(TestTimesTest, TheFractionOfASecondDoesNotCount)
+TEST_F(TestRulesTest, TheFractionOfASecondDoesNotCount)
 {
   powerAgent.settings.startTimestamp = 1000;
   fakeClock.setWall(1059'999'999'999ns);
   EXPECT_FALSE(hasPassedSinceLastTest(60));
 }
 
-TEST_F(TestTimesTest, TheTimeSinceTheLastTestIsByTheWallClock)
+TEST_F(TestRulesTest, TheTimeSinceTheLastTestIsByTheWallClock)
 {
   powerAgent.settings.startTimestamp = startOfClock;
   hasPassedSinceLastTest(60);
   EXPECT_EQ(fakeClock.reads, std::vector<clockid_t>{CLOCK_REALTIME});
 }
 
-TEST_F(TestTimesTest, TheQuietTimeAfterBootEndsAtItsSetting)
+TEST_F(TestRulesTest, TheQuietTimeAfterBootEndsAtItsSetting)
 {
   const struct {
     std::uint64_t uptime;
@@ -80,7 +80,7 @@ TEST_F(TestTimesTest, TheQuietTimeAfterBootEndsAtItsSetting)
   }
 }
 
-TEST_F(TestTimesTest, TheQuietTimeIsByTheSteadyClock)
+TEST_F(TestRulesTest, TheQuietTimeIsByTheSteadyClock)
 {
   setNow(0);
   EXPECT_TRUE(isUpLongEnough());
