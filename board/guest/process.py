@@ -134,7 +134,7 @@ class Program:
         os.sched_setscheduler(0, os.SCHED_FIFO, os.sched_param(1))
         unfinished = ""
         while chunk := os.read(reading, 65536):
-            arrived = time.monotonic_ns()
+            arrived = _time_apart()
             text = chunk.decode(errors="backslashreplace")
             *complete, unfinished = (unfinished + text).split("\n")
             with self._changed:
@@ -162,6 +162,20 @@ class Program:
             f"  {line.time / 1e9:15.6f} {line.stream}: {line.text}" for line in self.lines
         )
         return f"{' '.join(self.argv)}: {problem} ({state}); printed so far:\n{printed}"
+
+
+def _time_apart() -> int:
+    """The time now, with a microsecond let pass before and after it.
+
+    A trace rounds to microseconds; in this way it has what the program does with a line
+    before it prints at an earlier time, and what it does after that at a later one.
+    """
+    begin = time.monotonic_ns()
+    while (middle := time.monotonic_ns()) < begin + 1000:
+        pass
+    while time.monotonic_ns() < middle + 1000:
+        pass
+    return middle
 
 
 def run(

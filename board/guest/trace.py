@@ -21,7 +21,7 @@ _RECORD = re.compile(
 
 
 class Event(NamedTuple):
-    time: int  # nanoseconds on the monotonic clock, recorded in whole microseconds
+    time: int  # nanoseconds on the monotonic clock, rounded to a microsecond
     kind: str  # "read", "write", "input" or "output"; the last two set the direction
     line: Optional[str]
     level: Optional[int]  # None when the direction is set

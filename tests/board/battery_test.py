@@ -69,7 +69,7 @@ def test_the_road_of_one_test_from_request_to_result(rig):
 
     times = [int(PROGRESS.fullmatch(line.text)[1]) for line in progress_lines(daemon)]
     assert len(times) == 30
-    assert times[0] == began // MILLISECOND
+    assert times[0] - began // MILLISECOND in (0, 1)
     # Reading the clock takes the board a little time, so now and then a second is longer.
     assert {later - earlier for earlier, later in zip(times, times[1:])} <= {1000, 1001}
     assert times[-1] - times[0] in (29_000, 29_001)

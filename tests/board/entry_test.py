@@ -1,10 +1,12 @@
 """What the program becomes, and how each start ends."""
 
+import re
+
 import pytest
 
 from rig import LOCK, NO_RESULT_FILE, PROGRAM, SECOND, SEGMENT
 
-from guest.clock import sleep_until
+from guest.clock import now, sleep_until, wait_until
 from guest.process import Program
 
 ZERO_STATUS = {
@@ -43,11 +45,11 @@ def test_full_server_claims_its_lines_before_the_first_tick(rig):
     directions = [line.info().direction for line in (board.at2, board.bat_sw)]
     assert directions == ["output", "output"]
     requests = [
-        (event.line, event.kind, event.time)
+        (event.line, event.kind)
         for event in rig.trace.events()
         if event.kind in ("input", "output")
     ]
-    assert [(line, kind) for line, kind, _ in requests] == [
+    assert requests == [
         ("PWR-IN", "input"),
         ("BAT-T1", "input"),
         ("BAT-T2", "output"),
@@ -117,8 +119,9 @@ def test_a_failing_request_of_the_power_line_ends_the_start(rig):
     assert rig.status() == ZERO_STATUS
 
 
-def test_a_failing_request_of_a_battery_line_ends_the_start(rig):
-    rig.configure("test.battery=true", "gpio.at2=BAT-T1")
+@pytest.mark.parametrize("again", ["gpio.at2=BAT-T1", "gpio.bat-sw=BAT-T1", "gpio.bat-sw=BAT-T2"])
+def test_a_failing_request_of_a_battery_line_ends_the_start(rig, again):
+    rig.configure("test.battery=true", again)
     stderr = "error requesting GPIO lines: Device or resource busy\n"
     assert_ends(rig.daemon(), "Start\n", stderr, 1)
 
@@ -172,6 +175,58 @@ def test_words_without_dashes_are_ignored(rig):
         assert daemon.stdout == "Start\nMinimal server\n"
 
 
+def calls_of(rig, *words, ends_by_itself):
+    """The system calls of one run that show the order of its steps."""
+    log = rig.folder / "calls"
+    calls = "rt_sigaction,openat,flock,write,unlink,munmap,exit_group"
+    # As a process of its own, so that a signal goes to the program.
+    strace = ("strace", "--daemonize", "--output", str(log), f"--trace={calls}")
+    program = rig.daemon(*words, before=strace)
+    if not ends_by_itself:
+        program.wait_for_line("Minimal server", within=1)
+        # Not while it still writes that line, which would then appear twice.
+        sleep_until(now() + SECOND // 2)
+        program.send(15)
+    program.wait_for_exit(within=1)
+    wait_until(lambda: "+++ exited" in log.read_text(), within=1)
+    return log.read_text().splitlines()
+
+
+def assert_in_order(calls, *patterns):
+    """Each pattern is in a later call than the one before."""
+    rest = iter(calls)
+    for pattern in patterns:
+        assert any(re.search(pattern, call) for call in rest), pattern
+
+
+def test_the_steps_of_a_start_come_in_their_order(rig):
+    calls = calls_of(rig, ends_by_itself=False)
+    assert_in_order(
+        calls,
+        r"rt_sigaction\(SIGINT, {sa_handler=0x",
+        r"rt_sigaction\(SIGTERM, {sa_handler=0x",
+        r"openat\(.*kelvo-pwr.conf",
+        r"openat\(.*result.dat",
+        r"openat\(.*/var/run/kelvo-pwr.lock",
+        r"flock\(",
+        r'write\(1, "Start\\n"',
+        r'unlink\("/dev/shm/kelvo-pwr-shm"',
+        r"openat\(.*/dev/shm/kelvo-pwr-shm.*O_CREAT",
+        r'write\(1, "Minimal server\\n"',
+        r'write\(1, "Interrupted with signal: 15\\n"',
+        r"munmap\(0x\w+, 1024\)",
+        r"exit_group\(0\)",
+    )
+
+
+def test_a_client_unmaps_the_segment_before_it_ends(rig):
+    rig.minimal_server()
+    calls = calls_of(rig, "--status", ends_by_itself=True)
+    assert_in_order(
+        calls, r"openat\(.*/dev/shm/kelvo-pwr-shm", r"munmap\(0x\w+, 1024\)", r"exit_group\(0\)"
+    )
+
+
 # The order of the modes: help, status, run-test, run-test-now.
 
 
@@ -205,6 +260,8 @@ def test_verbose_goes_with_every_mode(rig):
     assert rig.client("-v", "-s").stdout == listing + status
     asked = listing.replace("run-test                 : false", "run-test                 : true")
     assert rig.client("-v", "-r").stdout == asked + "Testing is disabled, exiting.\n"
+    asked = listing.replace("run-test-now             : false", "run-test-now             : true")
+    assert rig.client("-v", "-n").stdout == asked + "Testing is disabled, exiting.\n"
 
 
 @pytest.mark.parametrize("word", ["--run-test", "--run-test-now"])

@@ -134,9 +134,8 @@ def process_of(word):
 def held_up_client(rig, *words):
     """A client that has mapped the segment and cannot go on: its output is full."""
     script = (
-        f'exec 3>&1; {{ head -c 65536 /dev/zero; exec "{PROGRAM}" -c "{rig.conf}" '
-        + " ".join(words)
-        + "; } | { sleep 5; head -c 65536 >/dev/null; cat >&3; }"
+        f'exec 3>&1; {{ head -c 65536 /dev/zero; "{PROGRAM}" -c "{rig.conf}" {" ".join(words)}; '
+        f'echo "status $?"; }} | {{ sleep 5; head -c 65536 >/dev/null; cat >&3; }}'
     )
     return Program(["/bin/sh", "-c", script])
 
@@ -148,11 +147,20 @@ def test_a_client_that_meets_a_running_test_cannot_restore_power(rig):
         sleep_until(now() + 2 * SECOND)
         os.kill(process_of("--status"), signal.SIGTERM)
         client.wait_for_exit(within=10)
-        assert "Interrupted while doing battery test\n" in client.stdout
-        assert "Power restored" not in client.stdout
+        assert client.stdout.endswith(
+            "Interrupted with signal: 15\nInterrupted while doing battery test\nstatus 1\n"
+        )
         assert client.stderr == "object not holding a GPIO line handle\n"
     assert daemon.returncode is None
     assert rig.board.at2.level() == 1
+
+
+def test_only_the_two_signals_are_handled_and_none_is_ignored(rig):
+    daemon = rig.minimal_server()
+    status = Path(f"/proc/{daemon.pid}/status").read_text()
+    masks = dict(line.split(":\t") for line in status.splitlines() if line.startswith("Sig"))
+    assert int(masks["SigCgt"], 16) == 1 << (signal.SIGINT - 1) | 1 << (signal.SIGTERM - 1)
+    assert int(masks["SigIgn"], 16) == 0
 
 
 def test_other_signals_keep_their_defaults(rig):

@@ -8,7 +8,6 @@ from guest.clock import sleep_until
 from guest.lines import make_chip, remove_chips
 
 
-
 def test_names_are_searched_on_every_chip(rig):
     remove_chips()
     make_chip(["unrelated", None, "BAT-SW"])

@@ -1,8 +1,10 @@
 """The times of the last test between one start and the next."""
 
+import shutil
+
 import pytest
 
-from rig import NO_RESULT_FILE, PROGRAM
+from rig import NO_RESULT_FILE, PROGRAM, SYSTEM_CONFIGURATION
 
 from guest.clock import set_wall
 from guest.process import run
@@ -164,6 +166,12 @@ def test_a_folder_in_its_place_reads_as_empty(segment):
     assert (listed_times(result), result.stderr, result.status) == ((0, 0), "", 0)
 
 
-def test_the_default_path(rig):
-    """On the board's read-only root there is no such file."""
-    assert run([PROGRAM, "-h"]).stderr == NO_RESULT_FILE
+def test_the_default_path(segment):
+    folder = SYSTEM_CONFIGURATION / "kelvo"
+    folder.mkdir()
+    try:
+        (folder / "kelvo-pwr.dat").write_text("result.start=7\nresult.end=8\n")
+        result = run([PROGRAM, "-v", "-s"])
+        assert (listed_times(result), result.stderr, result.status) == ((7, 8), "", 0)
+    finally:
+        shutil.rmtree(folder)

@@ -9,11 +9,14 @@ from guest.board import wire
 from guest.lines import remove_chips
 from guest.process import Program, Result, run
 from guest.stand_in import StandIns
+from guest.system_calls import mount
 from guest.trace import Trace
 
 PROGRAM = os.environ["KELVO_PWR"]
 SEGMENT_TOOL = os.environ["SEGMENT_TOOL"]
 
+# Where the default result file is; the host's own is hidden.
+SYSTEM_CONFIGURATION = Path("/usr/local/etc")
 SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
 LOCK = Path("/run/kelvo-pwr.lock")
 
@@ -37,6 +40,8 @@ class Rig:
         self._open = ExitStack()
 
     def __enter__(self) -> "Rig":
+        if not SYSTEM_CONFIGURATION.is_mount():
+            mount("tmpfs", str(SYSTEM_CONFIGURATION), "tmpfs")
         remove_chips()
         SEGMENT.unlink(missing_ok=True)
         self.board = wire()

@@ -16,7 +16,6 @@ def utc(*when):
     return datetime(*when, tzinfo=timezone.utc).timestamp() + 0.5
 
 
-
 @pytest.fixture(autouse=True)
 def past_the_quiet_time(rig):
     sleep_until(600 * SECOND)
