@@ -2,11 +2,13 @@
 
 from html import escape
 
-from demo.record import LINES, MEANINGS, Record
+from demo.record import Record
+from guest.lines import AT1, LINES, MEANINGS, PWR_IN
 
-_LEFT, _WIDTH, _RIGHT = 190, 860, 20
+_LEFT, _WIDTH, _RIGHT = 220, 840, 20
 _TOP, _LANE, _HEIGHT = 196, 70, 34
-_COLOURS = {"PWR-IN": "#1b6ac9", "BAT-T1": "#1b6ac9", "BAT-T2": "#c2410c", "BAT-SW": "#c2410c"}
+_INPUTS = (PWR_IN, AT1)
+_HALO = 'paint-order="stroke" stroke="#ffffff" stroke-width="3"'
 _MARKED = ("Start", "Test result", "Battery empty", "Execute", "Still alive")
 
 
@@ -34,8 +36,8 @@ def picture(record: Record) -> str:
 
 
 def _title(record: Record) -> str:
-    coupling = ", BAT-T2 coupled to PWR-IN" if record.coupled else ""
-    return f"The four lines in the demo{coupling}"
+    coupling = " (BAT-T2 coupled to PWR-IN)" if record.coupled else ""
+    return f"A good battery test, a failed one, AC power lost, the battery cut{coupling}"
 
 
 def _chapters(record: Record, x, length: float, height: int) -> list[str]:
@@ -47,8 +49,8 @@ def _chapters(record: Record, x, length: float, height: int) -> list[str]:
         for (begin, _), end in list(zip(begins, ends))[1::2]
     ]
     titles = [
-        f'<text x="{x(begin) + 4}" y="{50 + number * 14}" font-size="11" '
-        f'fill="#475569">{number + 1}. {escape(title)}</text>'
+        f'<text x="{x(begin) + 4}" y="{50 + number * 14}" font-size="11" fill="#475569" '
+        f'{_HALO}>{number + 1}. {escape(title)}</text>'
         for number, (begin, title) in enumerate(begins)
     ]
     return bands + titles
@@ -80,30 +82,32 @@ def _lane(record: Record, line: str, top: int, x, length: float) -> list[str]:
         path.append(f"H{x(seconds)} V{y(level)}")
     path.append(f"H{x(length)}")
     low, high = MEANINGS[line]
+    kind, colour = ("input", "#1b6ac9") if line in _INPUTS else ("output", "#c2410c")
     return [
-        f'<text x="10" y="{top + 22}" font-weight="bold">{line}</text>',
+        f'<text x="10" y="{top + 15}" font-weight="bold">{line}</text>',
+        f'<text x="10" y="{top + 30}" font-size="11" fill="{colour}">{kind}</text>',
         f'<text x="{_LEFT - 8}" y="{top + 5}" text-anchor="end" font-size="10" '
-        f'fill="#475569">{high}</text>',
+        f'fill="#475569">{high} 1</text>',
         f'<text x="{_LEFT - 8}" y="{top + _HEIGHT + 3}" text-anchor="end" font-size="10" '
-        f'fill="#475569">{low}</text>',
-        f'<path d="{" ".join(path)}" fill="none" stroke="{_COLOURS[line]}" stroke-width="2"/>',
+        f'fill="#475569">{low} 0</text>',
+        f'<path d="{" ".join(path)}" fill="none" stroke="{colour}" stroke-width="2"/>',
     ]
 
 
 def _marks(record: Record, x, height: int) -> list[str]:
-    parts = []
-    for event in record.events:
-        if event.kind == "daemon" and event.text.startswith(_MARKED):
-            place = x(record.seconds(event.time))
-            # Two rows, because neighbours may be close.
-            y = _TOP - 50 + len(parts) % 4 * 8
-            side, offset = ("end", -4) if place > _LEFT + _WIDTH * 0.8 else ("start", 4)
-            parts.append(
-                f'<line x1="{place}" x2="{place}" y1="{y - 10}" y2="{height - 30}" '
-                'stroke="#64748b" stroke-dasharray="3 3"/>'
-            )
-            parts.append(
-                f'<text x="{place + offset}" y="{y}" text-anchor="{side}" font-size="11" '
-                f'font-family="monospace">{escape(event.text)}</text>'
-            )
-    return parts
+    marked = [e for e in record.events if e.kind == "daemon" and e.text.startswith(_MARKED)]
+    lines, labels = [], []
+    for number, event in enumerate(marked):
+        place = x(record.seconds(event.time))
+        # Two rows, because neighbours may be close.
+        y = _TOP - 50 + number % 2 * 16
+        side, offset = ("end", -4) if place > _LEFT + _WIDTH * 0.8 else ("start", 4)
+        lines.append(
+            f'<line x1="{place}" x2="{place}" y1="{y - 10}" y2="{height - 30}" '
+            'stroke="#64748b" stroke-dasharray="3 3"/>'
+        )
+        labels.append(
+            f'<text x="{place + offset}" y="{y}" text-anchor="{side}" font-size="11" '
+            f'font-family="monospace" {_HALO}>{escape(event.text)}</text>'
+        )
+    return lines + labels

@@ -2,15 +2,6 @@
 
 from dataclasses import dataclass
 
-LINES = ("PWR-IN", "BAT-T1", "BAT-T2", "BAT-SW")
-
-MEANINGS = {
-    "PWR-IN": ("AC power present", "AC power missing"),
-    "BAT-T1": ("battery low", "battery good"),
-    "BAT-T2": ("AC power connected", "AC power disconnected"),
-    "BAT-SW": ("battery cut off", "battery connected"),
-}
-
 
 @dataclass
 class Event:

@@ -1,4 +1,4 @@
-"""Plays an eventful hour of a board's life, on the board; prints what happened as JSON.
+"""Plays some eventful minutes of a board's life, on the board; prints them as JSON.
 
 The arguments are the program and, if BAT-T2 takes AC power away from PWR-IN, "coupled".
 """
@@ -11,9 +11,10 @@ import threading
 import time
 from pathlib import Path
 
-from demo.record import LINES, Event, Record
+from demo.record import Event, Record
 from guest.board import found
 from guest.clock import now, sleep_until
+from guest.lines import LINES
 from guest.process import Program, run
 from guest.stand_in import StandIns
 from guest.trace import Trace
@@ -86,16 +87,18 @@ class Story:
         sleep_until(now() + 7 * SECOND + SECOND // 3)
         self._battery(False)
         daemon.wait_for_line("Test result: Battery is bad", within=1)
-        sleep_until(now() + 10 * SECOND)
+        sleep_until(now() + 5 * SECOND)
+        self._client("--status")
+        sleep_until(now() + 5 * SECOND)
         self._battery(True)
 
-        sleep_until(now() + 10 * SECOND)
+        sleep_until(now() + 10 * SECOND + SECOND // 3)
         self._chapter("AC power is lost, the battery carries the board")
         self._ac_lost()
         sleep_until(now() + 20 * SECOND)
         self._client("--run-test")
 
-        sleep_until(now() + 30 * SECOND)
+        sleep_until(now() + 30 * SECOND + SECOND // 3)
         self._chapter("The battery runs empty: the way down")
         self._battery(False)
         daemon.wait_for_line("Battery empty", within=2)

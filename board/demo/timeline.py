@@ -3,13 +3,17 @@
 import re
 from typing import Iterator
 
-from demo.record import LINES, MEANINGS, Event, Record
+from demo.record import Event, Record
+from guest.lines import LINES, MEANINGS
 
 _PROGRESS = re.compile(r"MS: \d+")
 _WHO = {"daemon": "daemon  ", "error": "daemon! ", "client": "client  ", "command": "command "}
 
 
 def timeline(record: Record) -> Iterator[str]:
+    yield "Seconds on the board's own clock, which skips every wait, since the daemon started;"
+    yield "the levels of the four lines; what happened. Commands to the system are stand-ins."
+    yield ""
     yield f"{'seconds':>9}  {'  '.join(LINES)}"
     levels = dict(record.levels)
     for event in _folded(record.events):

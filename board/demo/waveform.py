@@ -1,6 +1,7 @@
 """A story as a value change dump, which waveform viewers open."""
 
-from demo.record import LINES, Record
+from demo.record import Record
+from guest.lines import LINES
 
 _IDENTIFIERS = dict(zip(LINES, "!\"#$"))
 
