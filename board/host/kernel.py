@@ -4,6 +4,7 @@ import fcntl
 import hashlib
 import os
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -107,16 +108,22 @@ def _run(command: list, log: Path) -> None:
         stdout=subprocess.PIPE,
         stderr=subprocess.STDOUT,
         text=True,
+        start_new_session=True,
         # Messages that are the same everywhere, and no options of a make that called us.
         env={**_without_make(os.environ), **_REPRODUCIBLE, "LC_ALL": "C"},
     ) as process:
-        for line in process.stdout:
-            record.write(line)
-            last_lines.append(line)
-            compiled += line.startswith("  CC ")
-            if time.monotonic() >= next_word:
-                _say(f"{compiled} files compiled")
-                next_word += _PROGRESS_EVERY_SECONDS
+        try:
+            for line in process.stdout:
+                record.write(line)
+                last_lines.append(line)
+                compiled += line.startswith("  CC ")
+                if time.monotonic() >= next_word:
+                    _say(f"{compiled} files compiled")
+                    next_word += _PROGRESS_EVERY_SECONDS
+        except BaseException:
+            # Nobody may go on compiling in a folder that the next build removes.
+            os.killpg(process.pid, signal.SIGTERM)
+            raise
     if process.returncode != 0:
         raise BoardFailure(f"{command[0]} failed:\n{''.join(last_lines)}(all of it: {log})")
 

@@ -51,9 +51,10 @@ def shell(kernel: Path, scratch: Path, coupled: bool) -> int:
 
 
 def _path() -> str:
-    program = os.environ.get("KELVO_PWR")
-    folder = Path(program).absolute().parent if program else _RELEASE_BUILD
-    return f"{_COMMANDS}:{folder}:{os.environ['PATH']}"
+    program = Path(os.environ.get("KELVO_PWR", _RELEASE_BUILD / "kelvo-pwr")).absolute()
+    if not program.exists():
+        raise BoardFailure(f"there is no {program}: build it, or set KELVO_PWR")
+    return f"{_COMMANDS}:{program.parent}:{os.environ['PATH']}"
 
 
 def _copy_window_size(master: int) -> None:
