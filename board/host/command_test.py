@@ -3,6 +3,7 @@
 import os
 import pty
 import re
+import select
 import signal
 import subprocess
 import time
@@ -175,6 +176,8 @@ def test_a_shell_on_a_terminal():
     def expect(pattern):
         nonlocal seen
         while not (match := re.search(pattern, seen)):
+            ready, _, _ = select.select([terminal], [], [], 60)
+            assert ready, f"no {pattern!r} in {seen!r}"
             seen += os.read(terminal, 4096).decode()
         seen = seen[match.end() :]
 
@@ -187,8 +190,9 @@ def test_a_shell_on_a_terminal():
     expect(r"PWR-IN  1  AC power missing +free\r\nBAT-T1  0  battery low")
     os.write(terminal, b"poweroff\n")
     expect("poweroff: the system would go down now")
-    os.write(terminal, b"sleep 1000\n")
-    expect("sleep 1000\r\n")
+    # The key is for the command, so it has to be running.
+    os.write(terminal, b"sh -c 'echo be''gun; sleep 1000'\n")
+    expect("begun")
     os.write(terminal, b"\x03")
     expect("board:.*# ")
     os.write(terminal, b"exit 5\n")
