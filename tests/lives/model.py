@@ -1,0 +1,248 @@
+"""The daemon as it is prescribed, told second by second.
+
+Each operation that waits is a generator that yields the nanoseconds to sleep; the
+daemon is at rest whenever something is done to it.
+"""
+
+from typing import Iterator
+
+from settings import listing
+from world import COMMAND, COMMAND_NOTES, MILLISECOND, REQUEST, SECOND, SLEEP, STATUS, Called, World
+
+GOOD, BAD = "Battery is good", "Battery is bad"
+
+
+class Ended(Exception):
+    def __init__(self, status: int):
+        super().__init__(status)
+        self.status = status
+
+
+class Daemon:
+    """From its start; `ended` has the status once it is over."""
+
+    def __init__(self, world: World, words, verbose: bool):
+        self.world = world
+        self.driven: dict[str, int] = {}  # the levels of the outputs that it has requested
+        self.ended = None
+        self.command_ends = None  # while the shutdown command runs
+        self.last = self.wake = world.now
+        self._course = self._life(words, verbose)
+
+    def resume(self) -> None:
+        try:
+            wait = next(self._course)
+            self.last = self.world.now
+            self.wake = self.world.now + SLEEP + wait
+        except Ended as end:
+            self.end(end.status)
+
+    def shift(self, nanoseconds: int) -> None:
+        """Its true phase is known better now."""
+        self.last += nanoseconds
+        self.wake += nanoseconds
+
+    def end(self, status: int) -> None:
+        self.ended = status
+        self.world.daemon = None
+        if self.command_ends is not None:
+            self.world.locked_until = self.command_ends
+        for name, holder in list(self.world.holders.items()):
+            if holder == "daemon":
+                del self.world.holders[name]
+
+    def signal(self, number: int) -> None:
+        world = self.world
+        if number == 9:
+            self.end(-9)
+            return
+        if number == 2 and self.command_ends is not None:
+            return
+        world.printed("stdout", f"Interrupted with signal: {number}")
+        status = 0
+        if world.segment["testing"] == 1:
+            world.printed("stdout", "Interrupted while doing battery test")
+            if "BAT-T2" in self.driven:
+                self._drive("BAT-T2", 0)
+                world.printed("stdout", "Power restored")
+            else:
+                world.printed("stderr")
+                status = 1
+        self.end(status)
+
+    # The way from start to one of the two loops.
+
+    def _life(self, words, verbose: bool) -> Iterator[int]:
+        world = self.world
+        values, stdout, stderr = world.load(words)
+        for text in stdout:
+            world.printed("stdout", text)
+        for text in stderr:
+            world.printed("stderr", *([text] if text else []))
+        if values is None:
+            raise Ended(1)
+        self.settings = values
+        if verbose:
+            for text in listing(values, False, False):
+                world.printed("stdout", text)
+        world.printed("stdout", "Start")
+        world.segment = dict.fromkeys(STATUS + REQUEST, 0)
+        self.fields = world.segment
+        if not self._acquire("gpio.pwr-in"):
+            raise Ended(1)
+        world.holders[values["gpio.pwr-in"]] = "daemon"
+        if not values["test.battery"] or not all(
+            self._acquire(key) for key in ("gpio.at1", "gpio.at2", "gpio.bat-sw")
+        ):
+            yield from self._minimal_server()
+        world.holders.update({"BAT-T1": "daemon", "BAT-T2": "daemon", "BAT-SW": "daemon"})
+        self._drive("BAT-T2", 0)
+        self._drive("BAT-SW", 1)
+        yield from self._full_server()
+
+    def _acquire(self, key: str) -> bool:
+        name = self.settings[key]
+        if name not in self.world.inputs and name not in self.world.pulls:
+            self.world.printed("stderr", f"Failed to get line '{name}'")
+            return False
+        if name in self.world.holders:
+            self.world.printed("stderr", f"Line '{name}' is already in use")
+            return False
+        return True
+
+    def _drive(self, name: str, level: int) -> None:
+        self.driven[name] = level
+        self.world.write(name, level)
+
+    def _second(self) -> Iterator[int]:
+        yield SECOND
+        self._count()
+
+    def _seconds(self, number: int) -> Iterator[int]:
+        for _ in range(number):
+            yield from self._second()
+
+    def _count(self) -> None:
+        self.fields["count"] = (self.fields["count"] + 1) % (1 << 32)
+
+    # The loops.
+
+    def _minimal_server(self) -> Iterator[int]:
+        self.world.printed("stdout", "Minimal server")
+        self.fields.update(batteryEmpty=255, batteryBad=255, testing=255)
+        while True:
+            self.fields["missingPower"] = 1 if self.world.read("PWR-IN") else 0
+            yield from self._second()
+
+    def _full_server(self) -> Iterator[int]:
+        world, fields = self.world, self.fields
+        world.printed("stdout", "Full server")
+        missing = world.read("PWR-IN")
+        while True:
+            if missing:
+                fields["missingPower"] = 1
+                if world.read("BAT-T1") != 1:
+                    yield from self._go_down()
+            else:
+                fields["missingPower"] = 0
+                if self._is_test_due():
+                    yield from self._scheduled_test()
+            yield from self._second()
+            missing = world.read("PWR-IN")
+
+    # The test.
+
+    def _is_test_due(self) -> bool:
+        world, settings, fields = self.world, self.settings, self.fields
+        start, period = settings["result.start"], settings["test.period"]
+        quiet = settings["test.init.disable"]
+        if settings["test.external-scheduling"]:
+            if fields["runTest"] == 1:
+                fields["runTest"] = 0
+                if world.passed_since(start, period) and world.up_for(quiet):
+                    return True
+        elif (
+            world.passed_since(start, period)
+            and world.up_for(quiet)
+            and world.hour() == settings["test.hour"]
+        ):
+            return True
+        if fields["runTestNow"] != 1:
+            return False
+        fields["runTestNow"] = 0
+        world.printed("stdout", "Got run test now")
+        return world.passed_since(start, 2 * fields["duration"])
+
+    def _scheduled_test(self) -> Iterator[int]:
+        fields, settings = self.fields, self.settings
+        fields["testing"] = 1
+        settings["result.start"] = self.world.wall_seconds()
+        self._save()
+        fields["duration"] = fields["duration"] or settings["test.duration"]
+        yield from self._test(fields["duration"])
+        fields["duration"] = settings["test.duration"]
+        settings["result.end"] = self.world.wall_seconds()
+        self._save()
+        fields["testing"] = 0
+        result = BAD if fields["batteryBad"] == 1 else GOOD
+        self.world.printed("stdout", f"Test result: {result}")
+
+    def _save(self) -> None:
+        self.world.result_file = "".join(
+            f"{key}={self.settings[key]}\n" for key in ("result.start", "result.end")
+        )
+
+    def _test(self, duration: int) -> Iterator[int]:
+        self._drive("BAT-T2", 1)
+        good = self.world.read("BAT-T1") == 1
+        for _ in range(duration if good else 0):
+            good = yield from self._watch_one_second()
+            if not good:
+                break
+        self._drive("BAT-T2", 0)
+        self.fields["batteryBad"] = 0 if good else 1
+
+    def _watch_one_second(self) -> Iterator[int]:
+        world = self.world
+        begin = world.now
+        world.printed("stdout", *(f"MS: {number}" for number in world.milliseconds()))
+        good = world.read("BAT-T1") == 1
+        # The twentieth step ends a second after the begin, whatever the clock's reading adds.
+        for _ in range(20 if good else 0):
+            yield 10 * MILLISECOND
+            good = world.read("BAT-T1") == 1
+            yield 40 * MILLISECOND
+            world.milliseconds()
+            if not good:
+                break
+        assert not good or world.now - begin > 999 * MILLISECOND
+        self._count()
+        return good
+
+    # The way down.
+
+    def _go_down(self) -> Iterator[int]:
+        world, settings = self.world, self.settings
+        world.printed("stdout", "Battery empty")
+        self.fields["batteryEmpty"] = 1
+        yield from self._grace(15)
+        timeout = settings["test.shut.timeout"]
+        yield from self._seconds(timeout - 15 if timeout > 15 else 5)
+        command = settings["test.shut.cmd"]
+        world.printed("stdout", f"Execute: {command}")
+        world.expected.append(Called(world.now + COMMAND_NOTES, command))
+        if world.life["command_seconds"]:
+            self.command_ends = world.now + world.life["command_seconds"] * SECOND
+            yield world.life["command_seconds"] * SECOND
+            self.command_ends = None
+        world.now += COMMAND
+        yield from self._seconds(max(settings["test.shut.cutoff"], 15))
+        world.printed("stdout", "Still alive, force shutdown")
+        self._drive("BAT-SW", 0)
+
+    def _grace(self, seconds: int) -> Iterator[int]:
+        for _ in range(seconds):
+            yield from self._second()
+            if self.fields["batteryEmpty"] != 1:
+                return
+        self.world.printed("stdout", f"Not ready for shutdown after {seconds} seconds")

@@ -1,0 +1,164 @@
+"""What the model knows: the board around the program, and what it expects to be seen."""
+
+import math
+from datetime import datetime
+from typing import NamedTuple, Optional, Union
+from zoneinfo import ZoneInfo
+
+from settings import load
+
+SECOND = 10**9
+MILLISECOND = 10**6
+
+# What the board's virtual time charges. A look at the clock is documented; so is that
+# computing is free. A sleep looks at the clock once when it begins. A printed line wakes
+# its reader, who looks at the clock a few times before the program goes on.
+CLOCK_READ = 256
+SLEEP = 256
+PRINTED_LINE = 4 * 256
+# A stand-in for a shutdown command is a script in Python and a shell, which look often:
+# before it notes the time, and on the whole.
+COMMAND_NOTES = 150_000
+COMMAND = 180_000
+
+# How far apart the model's time and the board's may be. Whatever would come out
+# differently within this distance cannot be decided and ends the life without a verdict.
+TOLERANCE = 100_000
+
+STATUS = ("count", "missingPower", "batteryEmpty", "batteryBad", "testing")
+REQUEST = ("runTest", "runTestNow", "duration")
+
+
+class Undecided(Exception):
+    """Two answers are right, and which one comes hangs on less than the tolerance."""
+
+
+class Line(NamedTuple):
+    time: int
+    stream: str
+    texts: tuple  # each of them is right; empty: some text, in the words of a library
+
+
+class Access(NamedTuple):
+    time: int
+    kind: str  # "read" or "write"
+    line: str
+    level: int
+
+
+class Called(NamedTuple):
+    time: int
+    name: str
+
+
+Expected = Union[Line, Access, Called]
+
+
+class World:
+    """The clocks, lines, files and the segment; and everything expected since last asked."""
+
+    def __init__(self, life: dict, now: int, offset: int, paths: dict):
+        self.life = life
+        self.now = now  # the monotonic clock
+        self.offset = offset  # the calendar clock less the monotonic one
+        self.paths = paths  # the configuration files and the result file
+        self.zone = ZoneInfo(life["zone"])
+        self.begin = now // SECOND
+        self.inputs = {"PWR-IN": 0, "BAT-T1": 1}
+        # Where a line stands that nobody drives: on the wrong side.
+        self.pulls = {"BAT-T2": 1, "BAT-SW": 0}
+        self.holders = {name: "another" for name in life["held"]}
+        self.result_file: Optional[str] = life["result"]
+        self.segment: Optional[dict[str, int]] = None
+        self.daemon = None
+        self.locked_until: float = 0  # by a shutdown command that outlives its daemon
+        self.expected: list[Expected] = []
+
+    def advance(self, until: int) -> None:
+        """Lets the daemon live until then."""
+        while self.daemon is not None and self.daemon.wake <= until:
+            self.now = self.daemon.wake
+            self.daemon.resume()
+        self.now = max(self.now, until)
+
+    def settle(self) -> None:
+        """Lets the daemon do what takes it no time."""
+        self.advance(self.now)
+
+    def taken(self) -> list[Expected]:
+        expected, self.expected = self.expected, []
+        return expected
+
+    def load(self, words):
+        files = [
+            (path, [self._resolved(*pair) for pair in pairs])
+            for path, pairs in zip(self.paths["confs"], self.life["confs"])
+        ]
+        files[0][1].insert(0, ("sys.save.path", self.paths["result"]))
+        return load([self._resolved(*pair) for pair in words], files, self.result_file)
+
+    def resolved(self, name: str, value) -> str:
+        """Some quiet times are meant from the begin of the life, which is later than boot."""
+        return self._resolved(name, value)[1]
+
+    def _resolved(self, name, value):
+        if isinstance(value, list):
+            return name, str(min(self.begin + value[1], 65535))
+        return name, value
+
+    def printed(self, stream: str, *texts: str) -> None:
+        self.expected.append(Line(self.now, stream, texts))
+        self.now += PRINTED_LINE
+
+    def read(self, name: str) -> int:
+        level = self.inputs[name]
+        self.expected.append(Access(self.now, "read", name, level))
+        return level
+
+    def write(self, name: str, level: int) -> None:
+        self.expected.append(Access(self.now, "write", name, level))
+
+    def level(self, name: str) -> int:
+        driven = self.daemon.driven if self.daemon is not None else {}
+        return driven.get(name, self.pulls.get(name, self.inputs.get(name)))
+
+    # Clocks.
+
+    def wall_seconds(self) -> int:
+        return self._same(lambda wall: wall // SECOND, self.offset)
+
+    def milliseconds(self) -> list[int]:
+        """Both numbers when a boundary is near."""
+        first = (self.now - TOLERANCE) // MILLISECOND
+        last = (self.now + TOLERANCE) // MILLISECOND
+        self.now += CLOCK_READ
+        return list(range(first, last + 1))
+
+    def passed_since(self, start: int, threshold: int) -> bool:
+        """A start in the future counts as long ago."""
+        return self._same(
+            lambda wall: (wall // SECOND - start) % (1 << 64) >= threshold, self.offset
+        )
+
+    def up_for(self, seconds: int) -> bool:
+        return self._same(lambda steady: steady // SECOND >= seconds, 0)
+
+    def hour(self) -> int:
+        return self._same(
+            lambda wall: datetime.fromtimestamp(wall // SECOND, self.zone).hour, self.offset
+        )
+
+    def _same(self, answer, offset: int):
+        time = self.now + offset
+        self.now += CLOCK_READ
+        if TOLERANCE < time % SECOND < SECOND - TOLERANCE:
+            return answer(time)
+        early, late = answer(time - TOLERANCE), answer(time + TOLERANCE)
+        if early != late:
+            raise Undecided
+        return early
+
+    def locked(self) -> bool:
+        if not math.isinf(self.locked_until) and abs(self.locked_until - self.now) < SECOND // 100:
+            raise Undecided
+        return self.daemon is not None or self.now < self.locked_until
