@@ -7,7 +7,7 @@ daemon is at rest whenever something is done to it.
 from typing import Iterator
 
 from settings import listing
-from world import COMMAND, COMMAND_NOTES, MILLISECOND, REQUEST, SECOND, SLEEP, STATUS, Called, World
+from world import COMMAND, COMMAND_NOTES, MILLISECOND, REQUEST, SECOND, SHORT_SLEEP, STATUS, Called, World
 
 GOOD, BAD = "Battery is good", "Battery is bad"
 
@@ -33,7 +33,7 @@ class Daemon:
         try:
             wait = next(self._course)
             self.last = self.world.now
-            self.wake = self.world.now + SLEEP + wait
+            self.wake = self.world.now + wait
         except Ended as end:
             self.end(end.status)
 
@@ -209,9 +209,9 @@ class Daemon:
         good = world.read("BAT-T1") == 1
         # The twentieth step ends a second after the begin, whatever the clock's reading adds.
         for _ in range(20 if good else 0):
-            yield 10 * MILLISECOND
+            yield 10 * MILLISECOND + SHORT_SLEEP
             good = world.read("BAT-T1") == 1
-            yield 40 * MILLISECOND
+            yield 40 * MILLISECOND + SHORT_SLEEP
             world.milliseconds()
             if not good:
                 break

@@ -1,0 +1,81 @@
+"""Plays random lives of the board against a model of what is prescribed.
+
+    scripts/soak --lives N [--seed S]          N lives from seed S on
+    scripts/soak --life SEED [--begin UPTIME]  one life again, step by step
+
+Needs a build: KELVO_PWR and SEGMENT_TOOL name the program and the test's tool, by default
+those of the release preset. Ends with status 1 when a life came out otherwise than
+predicted; 77 when this host cannot run the board.
+"""
+
+import argparse
+import json
+import os
+import sys
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+ROOT = Path(__file__).resolve().parent.parent.parent
+
+from on_host import CannotRun, play_file, play_seeds
+from shrink import shortest
+
+# A boot costs as much as a few lives; a stuck one costs the lives that it was to play.
+LIVES_PER_BOOT = 25
+
+
+def soak(first: int, count: int) -> int:
+    totals = {"agreed": 0, "undecided": 0, "mismatch": 0, "failed": 0}
+    steps = seconds = 0
+    for begin in range(first, first + count, LIVES_PER_BOOT):
+        for report in play_seeds(begin, min(LIVES_PER_BOOT, first + count - begin)):
+            totals[report["verdict"]] += 1
+            steps += report["steps"]
+            seconds += report["seconds"]
+            if report["detail"]:
+                show(report)
+        print(f"{sum(totals.values())} lives of {count}", file=sys.stderr, flush=True)
+    print(
+        f"{sum(totals.values())} lives, {steps} steps, {seconds} simulated seconds"
+        f" ({seconds / 86400:.1f} days), {totals['mismatch']} mismatches,"
+        f" {totals['failed']} failures, {totals['undecided']} without a verdict to the end"
+    )
+    return 1 if totals["mismatch"] or totals["failed"] else 0
+
+
+def show(report: dict) -> None:
+    """A life that went wrong: where, and the shortest that still does."""
+    print(f"life {report['seed']}, step {report['steps']}: {report['verdict']}")
+    print(f"  {report['detail']}")
+    print(f"  again: scripts/soak --life {report['seed']} --begin {report['begin']}", flush=True)
+    life, last = shortest(report)
+    print(f"  shortest, {len(life['steps'])} steps: {last['detail']}")
+    print(f"  {json.dumps(life)}", flush=True)
+
+
+def replay(path: Path, begin: int) -> int:
+    report = play_file(path, begin, verbose=True)
+    print(f"{report['verdict']} after {report['steps']} steps, {report['seconds']} seconds")
+    if report["detail"]:
+        print(report["detail"])
+    return 1 if report["verdict"] in ("mismatch", "failed") else 0
+
+
+def main() -> int:
+    parser = argparse.ArgumentParser(prog="soak", description=__doc__.split("\n", 1)[0])
+    parser.add_argument("--lives", type=int, default=100, metavar="N")
+    parser.add_argument("--seed", type=int, default=1, metavar="S", help="of the first life")
+    parser.add_argument("--life", metavar="SEED", help="play this one, or the one in this file")
+    parser.add_argument("--begin", type=int, default=0, metavar="UPTIME", help="of the one life")
+    words = parser.parse_args()
+    build = ROOT / "build" / "release"
+    os.environ.setdefault("KELVO_PWR", str(build / "kelvo-pwr"))
+    os.environ.setdefault("SEGMENT_TOOL", str(build / "tests" / "board" / "segment_tool"))
+    try:
+        return soak(words.seed, words.lives) if words.life is None else replay(words.life, words.begin)
+    except CannotRun as reason:
+        print(reason, file=sys.stderr)
+        return 77
+
+
+sys.exit(main())
