@@ -7,7 +7,17 @@ daemon is at rest whenever something is done to it.
 from typing import Iterator
 
 from settings import listing
-from world import COMMAND, COMMAND_NOTES, MILLISECOND, REQUEST, SECOND, SHORT_SLEEP, STATUS, Called, World
+from world import (
+    COMMAND,
+    COMMAND_NOTES,
+    MILLISECOND,
+    REQUEST,
+    SECOND,
+    SHORT_SLEEP,
+    STATUS,
+    Called,
+    World,
+)
 
 GOOD, BAD = "Battery is good", "Battery is bad"
 

@@ -31,7 +31,7 @@ _LONGEST_UNSEEN = 600
 
 
 class Player:
-    def __init__(self, life: dict, folder: Path, records: Records, tell=lambda text: None):
+    def __init__(self, life: dict, folder: Path, records: Records, tell=lambda _: None):
         self.life = life
         self.records = records
         self.tell = tell  # what happens, for a reader
@@ -118,7 +118,8 @@ class Player:
     # What can be done.
 
     def _start(self, step: dict) -> None:
-        words = [f"--{name}={self.world.resolved(name, value)}" for name, value in self.life["words"]]
+        pairs = [(name, self.world.resolved(name, value)) for name, value in self.life["words"]]
+        words = [f"--{name}={value}" for name, value in pairs]
         argv = [PROGRAM, *self._conf_words(), *words, *(["-v"] if step["verbose"] else [])]
         if self.world.locked():
             answer = clients.refused_daemon(self.world, self.life["words"])

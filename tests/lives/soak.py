@@ -14,11 +14,11 @@ import os
 import sys
 from pathlib import Path
 
-sys.dont_write_bytecode = True
-ROOT = Path(__file__).resolve().parent.parent.parent
-
+from life import make
 from on_host import CannotRun, play_file, play_seeds
 from shrink import shortest
+
+ROOT = Path(__file__).resolve().parent.parent.parent
 
 # A boot costs as much as a few lives; a stuck one costs the lives that it was to play.
 LIVES_PER_BOOT = 25
@@ -28,7 +28,8 @@ def soak(first: int, count: int) -> int:
     totals = {"agreed": 0, "undecided": 0, "mismatch": 0, "failed": 0}
     steps = seconds = 0
     for begin in range(first, first + count, LIVES_PER_BOOT):
-        for report in play_seeds(begin, min(LIVES_PER_BOOT, first + count - begin)):
+        # All of them first: shortening a life boots boards of its own.
+        for report in list(play_seeds(begin, min(LIVES_PER_BOOT, first + count - begin))):
             totals[report["verdict"]] += 1
             steps += report["steps"]
             seconds += report["seconds"]
@@ -45,7 +46,9 @@ def soak(first: int, count: int) -> int:
 
 def show(report: dict) -> None:
     """A life that went wrong: where, and the shortest that still does."""
-    print(f"life {report['seed']}, step {report['steps']}: {report['verdict']}")
+    steps = [*make(report["seed"])["steps"], "the status at the end"]
+    print(f"life {report['seed']}: {report['verdict']}")
+    print(f"  step {report['steps']}: {steps[report['steps']]}")
     print(f"  {report['detail']}")
     print(f"  again: scripts/soak --life {report['seed']} --begin {report['begin']}", flush=True)
     life, last = shortest(report)
@@ -53,8 +56,8 @@ def show(report: dict) -> None:
     print(f"  {json.dumps(life)}", flush=True)
 
 
-def replay(path: Path, begin: int) -> int:
-    report = play_file(path, begin, verbose=True)
+def replay(source: str, begin: int) -> int:
+    report = play_file(source, begin, verbose=True)
     print(f"{report['verdict']} after {report['steps']} steps, {report['seconds']} seconds")
     if report["detail"]:
         print(report["detail"])
@@ -72,7 +75,9 @@ def main() -> int:
     os.environ.setdefault("KELVO_PWR", str(build / "kelvo-pwr"))
     os.environ.setdefault("SEGMENT_TOOL", str(build / "tests" / "board" / "segment_tool"))
     try:
-        return soak(words.seed, words.lives) if words.life is None else replay(words.life, words.begin)
+        if words.life is not None:
+            return replay(words.life, words.begin)
+        return soak(words.seed, words.lives)
     except CannotRun as reason:
         print(reason, file=sys.stderr)
         return 77
