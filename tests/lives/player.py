@@ -27,7 +27,7 @@ _CLEAR = 5 * MILLISECOND
 # it never changes where the program looks at it.
 _CALENDAR = 12_500_000
 # Comparing now and then keeps a long wait within the tolerance, and within memory.
-_LONGEST_UNSEEN = 600
+_LONGEST_UNSEEN = 200
 
 
 class Player:

@@ -16,7 +16,7 @@ MILLISECOND = 10**6
 CLOCK_READ = 256
 ACCESS = 256
 SHORT_SLEEP = 128
-PRINTED_LINE = 5 * 256
+PRINTED_LINE = 3 * 256
 # A stand-in for a shutdown command is a script in Python and a shell, which look often:
 # before it notes the time, and on the whole.
 COMMAND_NOTES = 150_000
