@@ -123,7 +123,8 @@ def _steps(choose: random.Random, wall: int) -> list[dict]:
     steps = [_step(choose, {"do": "start", "verbose": choose.random() < 0.1}, 0)]
     if choose.random() < 0.1:
         steps.insert(0, _step(choose, _action(choose, wall)))
-    steps += [_step(choose, _action(choose, wall)) for _ in range(choose.randrange(4, 16))]
+    for _ in range(choose.randrange(4, 16)):
+        steps.append(_step(choose, _sequel(choose, steps[-1]) or _action(choose, wall)))
     if choose.random() < 0.01:
         # A long quiet span.
         steps[-1]["after"] = choose.randrange(20_000, 100_000)
@@ -138,10 +139,21 @@ def _step(choose: random.Random, action: dict, after=None) -> dict:
     return {"after": after, "tenth": choose.randrange(1, 9), **action}
 
 
+def _sequel(choose: random.Random, last: dict):
+    """What hits a daemon in the middle of something, or None."""
+    if last["do"] == "outage" and choose.random() < 0.25:
+        return {"do": "post", "fields": {"batteryEmpty": choose.choice((0, 2, 255))}}
+    asked = last["do"] == "post" or "run-test-now" in last.get("flags", ())
+    if asked and choose.random() < 0.15:
+        return {"do": "signal", "number": choose.choice((2, 15))}
+    return None
+
+
 def _action(choose: random.Random, wall: int) -> dict:
     kinds = {
         "ac": 5,
         "battery": 4,
+        "outage": 3,
         "client": 7,
         "post": 5,
         "signal": 3,
@@ -155,6 +167,8 @@ def _action(choose: random.Random, wall: int) -> dict:
         return {"do": "ac", "on": choose.random() < 0.55}
     if kind == "battery":
         return {"do": "battery", "good": choose.random() < 0.6}
+    if kind == "outage":
+        return {"do": "outage"}
     if kind == "client":
         return _client(choose)
     if kind == "post":

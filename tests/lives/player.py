@@ -148,6 +148,10 @@ class Player:
         self.board.battery(step["good"])
         self.world.inputs["BAT-T1"] = 1 if step["good"] else 0
 
+    def _outage(self, step: dict) -> None:
+        self._battery({"good": False})
+        self._ac({"on": False})
+
     def _post(self, step: dict) -> None:
         if self.world.segment is not None:
             self.records.set(step["fields"])
