@@ -12,11 +12,12 @@ MILLISECOND = 10**6
 
 # What the board's virtual time charges. A look at the clock is documented; so is that
 # computing is free. The trace looks at the clock for each access that it records. The
-# rest is measured: what a short sleep and a printed line, which wakes its reader, add.
+# rest is measured: what a short sleep adds, and a printed line, whose reader lets two
+# microseconds pass.
 CLOCK_READ = 256
 ACCESS = 256
 SHORT_SLEEP = 128
-PRINTED_LINE = 3 * 256
+PRINTED_LINE = 11 * 256
 # A stand-in for a shutdown command is a script in Python and a shell, which look often:
 # before it notes the time, and on the whole.
 COMMAND_NOTES = 150_000
