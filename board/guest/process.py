@@ -109,6 +109,12 @@ class Program:
         """Sends a signal to the program alone, not to what it has started."""
         self._process.send_signal(number)
 
+    def end(self, within: float) -> None:
+        """Has the program end itself as a service manager does, or kills it after that."""
+        self.send(signal.SIGTERM)
+        self._await(lambda: self.returncode is not None, within)
+        self.kill()
+
     def kill(self) -> None:
         """Kills the program and everything it started; no error if it has ended."""
         try:
@@ -124,9 +130,13 @@ class Program:
         self.kill()
 
     def _wait(self, done, within: float, subject: str) -> None:
-        with self._changed:
-            if not self._changed.wait_for(done, within):
+        if not self._await(done, within):
+            with self._changed:
                 raise AssertionError(self._report(f"waited {within} seconds for {subject}"))
+
+    def _await(self, done, within: float) -> bool:
+        with self._changed:
+            return self._changed.wait_for(done, within)
 
     def _collect(self, stream: str, reading: int) -> None:
         # Ahead of the program: a line gets the time at which it is written, not that

@@ -98,6 +98,21 @@ def test_environment_folder_and_input(tmp_path):
     assert result.stdout.decode() == f"hello  'there'|Asia/Tokyo|{tmp_path}|0"
 
 
+@pytest.mark.parametrize("status", [0, 3])
+def test_what_the_command_leaves_in_its_output_folder_is_kept(tmp_path, status):
+    kept = tmp_path / "not" / "yet there"
+    script = f'mkdir "$BOARD_OUTPUT/below"; echo text >"$BOARD_OUTPUT/below/file"; exit {status}'
+    assert run("sh", "-c", script, options=["--output", kept]).returncode == status
+    assert (kept / "below" / "file").read_text() == "text\n"
+
+
+def test_output_that_cannot_be_kept_fails_the_run(tmp_path):
+    (tmp_path / "file").touch()
+    result = run("true", options=["--output", tmp_path / "file"])
+    assert result.returncode == 125
+    assert result.stderr.startswith(b"board: the output cannot be kept: ")
+
+
 def test_what_the_command_leaves_running_is_ended_and_its_output_kept():
     result = run("sh", "-c", "(echo early; sleep 1000; echo late) & sleep 1; echo mine")
     assert result.stdout.split() == [b"early", b"mine"]

@@ -1,8 +1,9 @@
 """`board run`: one command on the board, its output and status passed on."""
 
 import os
+import shutil
 from pathlib import Path
-from typing import BinaryIO, Sequence
+from typing import BinaryIO, Optional, Sequence
 
 from host.machine import Machine, task
 from host.problems import BoardFailure
@@ -19,8 +20,11 @@ def run(
     realtime: bool,
     coupled: bool,
     longest_seconds: float,
+    keep: Optional[Path] = None,
 ) -> int:
-    """Returns the command's status."""
+    """Returns the command's status; `keep` gets what the command left in BOARD_OUTPUT."""
+    output = scratch / "output"
+    output.mkdir()
     # When both go to one place, such as a terminal, their order is to be kept.
     together = os.path.sameopenfile(1, 2)
     outputs = {1: "stdout", 2: "stdout" if together else "stderr"}
@@ -35,6 +39,7 @@ def run(
             # Coupled, a BAT-T2 pulled to 1 would keep AC power away from the start.
             natural_pulls=coupled,
             longest_seconds=_LONGEST_BOARD_SECONDS,
+            environment={"BOARD_OUTPUT": str(output)},
         ),
     )
     descriptors = (1,) if together else (1, 2)
@@ -44,7 +49,12 @@ def run(
         for descriptor, file in files:
             _copy(file, descriptor)
 
-    return machine.wait(pass_on, longest_seconds)
+    try:
+        return machine.wait(pass_on, longest_seconds)
+    finally:
+        # A run that fails may have left what explains it.
+        if keep is not None:
+            _keep(output, keep)
 
 
 def _copy(file: BinaryIO, descriptor: int) -> None:
@@ -54,3 +64,10 @@ def _copy(file: BinaryIO, descriptor: int) -> None:
                 chunk = chunk[os.write(descriptor, chunk) :]
     except BrokenPipeError:
         raise BoardFailure("nobody reads the output any more") from None
+
+
+def _keep(output: Path, folder: Path) -> None:
+    try:
+        shutil.copytree(output, folder, dirs_exist_ok=True)
+    except OSError as error:
+        raise BoardFailure(f"the output cannot be kept: {error}") from None
