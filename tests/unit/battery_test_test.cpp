@@ -261,6 +261,14 @@ TEST_F(BatteryTestTest, AFailingReadLeavesAcPowerDisconnected)
   EXPECT_EQ(status().batteryBad, 77);
 }
 
+TEST_F(BatteryTestTest, AFailingReconnectionThrowsBeforeTheResultIsPublished)
+{
+  fakeClock.at(500ms, [] { fakeLines["BAT-T2"].writeError = EIO; });
+  EXPECT_THROW(record([] { runBatteryTest(1); }), std::system_error);
+  EXPECT_EQ(fakeLines["BAT-T2"].level, 1);
+  EXPECT_EQ(status().batteryBad, 77);
+}
+
 TEST_F(BatteryTestTest, AFailingDisconnectionThrowsBeforeAnythingIsRead)
 {
   fakeLines["BAT-T2"].writeError = EIO;

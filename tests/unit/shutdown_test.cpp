@@ -26,6 +26,7 @@ TEST_F(ShutdownTest, TheWaitLastsItsSecondsAndThenSaysSo)
       {0, "0.000 > Not ready for shutdown after 0 seconds"},
       {1, "1.000 > Not ready for shutdown after 1 seconds"},
       {15, "15.000 > Not ready for shutdown after 15 seconds"},
+      {65536, "65536.000 > Not ready for shutdown after 65536 seconds"},
   };
   for (const auto& row : table) {
     SCOPED_TRACE(row.line);
