@@ -59,19 +59,7 @@ TEST_F(FullServerTest, OnAGoodBatteryItWaitsWithoutAWord)
 
 TEST_F(FullServerTest, MissingPowerFollowsTheLineWithinATick)
 {
-  std::vector<int> seen;
-  const struct {
-    FakeClock::Duration time;
-    int level;
-  } changes[] = {{1500ms, 1}, {3500ms, 0}, {5500ms, 2}, {7500ms, -1}};
-  for (const auto& change : changes) {
-    fakeClock.at(change.time, [&] { fakeLines["PWR-IN"].level = change.level; });
-  }
-  for (int tick = 0; tick < 9; ++tick) {
-    fakeClock.at(tick * 1s + 900ms, [&] { seen.push_back(status().missingPower); });
-  }
-  recordFor(9s, runFullServer);
-  EXPECT_EQ(seen, (std::vector<int>{0, 0, 1, 1, 0, 0, 1, 1, 1}));
+  expectMissingPowerToFollowTheLine(runFullServer);
 }
 
 TEST_F(FullServerTest, MissingPowerIsPublishedBeforeTheBatteryIsRead)

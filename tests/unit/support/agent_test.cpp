@@ -7,6 +7,7 @@
 
 #include <memory>
 #include <new>
+#include <vector>
 
 #include <stdlib.h>
 #include <time.h>
@@ -85,6 +86,23 @@ Recording AgentTest::recordFor(FakeClock::Duration duration, const std::function
 {
   fakeClock.endAt(fakeClock.elapsed() + duration);
   return record(code);
+}
+
+void AgentTest::expectMissingPowerToFollowTheLine(const std::function<void()>& server)
+{
+  std::vector<int> seen;
+  const struct {
+    FakeClock::Duration time;
+    int level;
+  } changes[] = {{1500ms, 1}, {3500ms, 0}, {5500ms, 2}, {7500ms, -1}};
+  for (const auto& change : changes) {
+    fakeClock.at(change.time, [&] { fakeLines["PWR-IN"].level = change.level; });
+  }
+  for (int tick = 0; tick < 9; ++tick) {
+    fakeClock.at(tick * 1s + 900ms, [&] { seen.push_back(status().missingPower); });
+  }
+  recordFor(9s, server);
+  EXPECT_EQ(seen, (std::vector<int>{0, 0, 1, 1, 0, 0, 1, 1, 1}));
 }
 
 KelvoPowerStatus_struct AgentTest::status()

@@ -7,6 +7,7 @@
 #include "support/temp_folder.h"
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -42,6 +43,9 @@ class AgentTest : public testing::Test {
 
   /// Runs `code` until the fake clock has gone on by `duration`.
   static Recording recordFor(FakeClock::Duration duration, const std::function<void()>& code);
+
+  /// Changes PWR-IN under a running server and looks at missingPower each second.
+  static void expectMissingPowerToFollowTheLine(const std::function<void()>& server);
 
   // The shared records as values.
   static KelvoPowerStatus_struct status();
