@@ -1,6 +1,7 @@
 #include "app/interrupt.h"
 #include "app/power_agent.h"
 #include "app/supervision.h"
+#include "config/error_text.h"
 #include "gpio/lines.h"
 #include "shared/client_commands.h"
 #include "shared/instance_lock.h"
@@ -21,7 +22,7 @@ void loadAllSettings(int argc, char* argv[])
     powerAgent.settings.loadSettings(argc, argv);
     powerAgent.settings.readResultFile();
   } catch (const std::exception& error) {
-    std::cerr << error.what() << std::endl;
+    std::cerr << errorText(error) << std::endl;
     std::exit(1);
   }
 }

@@ -183,6 +183,7 @@ def test_other_ways_to_say_it(rig, words):
         (["--test.period=4294967296"], "the argument ('4294967296') for option '--test.period' is invalid"),
         (["--test.shut.timeout=1.5"], "the argument ('1.5') for option '--test.shut.timeout' is invalid"),
         (["--test.shut.cutoff=x"], "the argument ('x') for option '--test.shut.cutoff' is invalid"),
+        (["--test.period=%value%"], "the argument ('%value%') for option '--test.period' is invalid"),
         (["--status=1"], "option '--status' does not take any arguments"),
         (["-v", "-v"], "option '--verbose' cannot be specified more than once"),
         (["--test.hour=1", "--test.hour=2"], "option '--test.hour' cannot be specified more than once"),
@@ -269,6 +270,7 @@ def test_unknown_keys_of_a_file_are_reported_and_ignored(list_settings, file):
         ("test.duration=65536\n", "the argument ('65536') for option 'test.duration' is invalid"),
         ("test.hour=\n", "the argument for option 'test.hour' is invalid"),
         ("test.hour\n", "the options configuration file contains an invalid line 'test.hour'"),
+        ("test.hour=%value%\n", "the argument ('%value%') for option 'test.hour' is invalid"),
     ],
 )
 def test_refused_files(rig, file, content, error):

@@ -1,5 +1,7 @@
 #include "start_up.h"
 
+#include "config/error_text.h"
+
 #include "fakes/next_symbol.h"
 
 #include <cerrno>
@@ -87,20 +89,6 @@ void demandOnlyReports(const std::string& printed)
   }
 }
 
-/// In the text of an error the option library puts the refused value in the place of a
-/// word between percent signs, again and again as long as the word is there: for a value
-/// that holds the word itself the text is never ready. Known, and the library's.
-bool isNeverReady(const std::string& text)
-{
-  for (const char* word : {"%value%", "%option%", "%canonical_option%", "%prefix%",
-                           "%original_token%", "%invalid_line%", "%alternatives%"}) {
-    if (text.find(word) != std::string::npos) {
-      return true;
-    }
-  }
-  return false;
-}
-
 }  // namespace
 
 void demand(bool holds, const char* text)
@@ -146,15 +134,7 @@ void startUp(const std::vector<std::string>& words,
 {
   std::vector<const char*> arguments = {"kelvo-pwr"};
   for (const std::string& word : words) {
-    if (isNeverReady(word)) {
-      return;
-    }
     arguments.push_back(word.c_str());
-  }
-  for (const auto& [name, file] : filesByName()) {
-    if (isNeverReady(file->content())) {
-      return;
-    }
   }
   const auto count = static_cast<int>(arguments.size());
   // As for every command line.
@@ -179,7 +159,7 @@ void startUp(const std::vector<std::string>& words,
       check(settings);
     }
   } catch (const std::exception& error) {
-    demand(*error.what() != '\0', "the text of an error is not empty");
+    demand(!errorText(error).empty(), "the text of an error is not empty");
     demandOnlyReports(output.text());
   }
   isStarting = false;

@@ -27,7 +27,6 @@ class MemoryFile {
 /// The program's start with these words after its name, up to the choice of a mode.
 /// Ends in settings that hold what the program rests on, which are shown to `check`,
 /// or in one exception with a text; aborts with a message if it does not.
-/// Input of which the option library is known to make an endless text is left out.
 void startUp(const std::vector<std::string>& words,
              const std::function<void(PowerSettings&)>& check = {});
 
