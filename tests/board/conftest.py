@@ -5,6 +5,7 @@ import pytest
 
 sys.path.insert(0, str(Path(__file__).parent))
 
+from faults import calls_of_start  # noqa: E402
 from rig import Rig  # noqa: E402
 
 
@@ -12,3 +13,10 @@ from rig import Rig  # noqa: E402
 def rig(tmp_path):
     with Rig(tmp_path) as rig:
         yield rig
+
+
+@pytest.fixture(scope="module")
+def start_calls(tmp_path_factory):
+    """The system calls of one start without a fault."""
+    with Rig(tmp_path_factory.mktemp("rehearsal")) as rig:
+        return calls_of_start(rig)
