@@ -13,20 +13,6 @@ from guest.process import Program
 CLIENTS = [["-s"], ["-r"], ["-n"]]
 
 
-def as_nobody(rig, *words):
-    """Runs a client as a user who owns nothing."""
-    rig.folder.chmod(0o755)
-    for parent in rig.folder.parents:
-        if parent.is_relative_to("/run") and parent.owner() == "root":
-            parent.chmod(0o755)
-    return subprocess.run(
-        ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
-        + [PROGRAM, "-c", str(rig.conf), *words],
-        capture_output=True,
-        text=True,
-    )
-
-
 @pytest.mark.parametrize("mask", [0o000, 0o022, 0o077, 0o777])
 def test_its_size_and_mode_whatever_the_mask(rig, mask):
     rig.daemon(before=("/bin/sh", "-c", f'umask {mask:o}; exec "$@"', "sh")).wait_for_line(
@@ -79,13 +65,9 @@ def test_a_segment_without_both_records_ends_a_client_without_a_word(rig, words,
 
 def test_another_user_can_see_but_not_ask(rig):
     rig.full_server("test.hour=-1", "test.init.disable=0")
-    result = as_nobody(rig, "--status")
-    assert result.stdout == rig.client("--status").stdout
-    assert (result.stderr, result.returncode) == (NO_RESULT_FILE, 0)
+    assert rig.client_of_nobody("--status") == rig.client("--status")
     for word in ("--run-test", "--run-test-now"):
-        result = as_nobody(rig, word)
-        assert (result.stdout, result.returncode) == ("", 1)
-        assert result.stderr == NO_RESULT_FILE + "Permission denied\n"
+        assert rig.client_of_nobody(word) == ("", NO_RESULT_FILE + "Permission denied\n", 1)
 
 
 def test_a_status_client_waits_for_no_lock(rig):
