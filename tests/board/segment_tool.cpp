@@ -1,11 +1,13 @@
 // A process other than the daemon that writes to the shared segment, for tests:
 //   segment_tool set FIELD=VALUE...        changes fields of the records
 //   segment_tool make [status] [request]   makes a new segment with these records
+//   segment_tool die-with-lock             is killed while it holds the library's own lock
 
 #include "shared/shared_state.h"
 
 #include <boost/interprocess/managed_shared_memory.hpp>
 
+#include <csignal>
 #include <cstdint>
 #include <functional>
 #include <iostream>
@@ -65,6 +67,14 @@ void makeSegment(int count, char* records[])
   }
 }
 
+void dieWithLock()
+{
+  SharedState sharedState;
+  openSharedStateReadWrite(sharedState);
+  auto die = [] { std::raise(SIGKILL); };
+  sharedState.segment.atomic_func(die);
+}
+
 }  // namespace
 
 int main(int argc, char* argv[])
@@ -75,8 +85,11 @@ int main(int argc, char* argv[])
       setFields(argc - 2, argv + 2);
     } else if (command == "make") {
       makeSegment(argc - 2, argv + 2);
+    } else if (command == "die-with-lock") {
+      dieWithLock();
     } else {
-      throw std::runtime_error("usage: segment_tool set FIELD=VALUE... | make [status] [request]");
+      throw std::runtime_error(
+          "usage: segment_tool set FIELD=VALUE... | make [status] [request] | die-with-lock");
     }
   } catch (const std::exception& error) {
     std::cerr << error.what() << "\n";
