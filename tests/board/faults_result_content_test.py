@@ -74,7 +74,10 @@ def test_a_file_that_was_cut_short_anywhere(segment):
         (b"result.start==5\n", invalid_time("=5")),
         (b"result.start=\xff\n", invalid_time("\\xff")),
         (b"result.start=5\0\n", invalid_time("5").partition("')")[0] + "\n"),
-        (b"[result]\nstart=5\nstart=6\n", "option 'result.start' cannot be specified more than once\n"),
+        (
+            b"[result]\nstart=5\nstart=6\n",
+            "option 'result.start' cannot be specified more than once\n",
+        ),
     ],
 )
 def test_damage_that_stops_every_start(segment, content, error):
