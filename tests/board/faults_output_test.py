@@ -9,7 +9,7 @@ import subprocess
 import pytest
 
 from faults import fail_from_now_on, failing, has_failed, nth_call
-from rig import NO_RESULT_FILE, PROGRAM, SECOND
+from rig import LOCK, NO_RESULT_FILE, PROGRAM, SECOND
 
 from guest.clock import now, sleep_until, wait_until
 from guest.process import run
@@ -58,6 +58,14 @@ def test_a_daemon_that_cannot_print_guards_in_silence(rig, words):
     daemon.send(signal.SIGTERM)
     assert daemon.wait_for_exit(within=0.1) == 0
     assert daemon.stdout == ""
+
+
+def test_with_a_closed_output_the_messages_go_to_the_lock_file(rig):
+    """It is opened as the first free descriptor, and stays open."""
+    LOCK.unlink(missing_ok=True)
+    daemon = silent_server(rig, *redirected(">&-"))
+    assert (daemon.stdout, LOCK.read_text()) == ("", "Start\nFull server\n")
+    LOCK.write_text("")
 
 
 def test_power_is_restored_in_silence(rig):
