@@ -1,0 +1,51 @@
+import os
+import re
+import subprocess
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).parent))
+
+from debian_root import Root, base_system, leave_mount_namespace, require_root  # noqa: E402
+
+PROJECT = Path(__file__).parent.parent.parent
+
+
+@pytest.fixture(scope="session")
+def source():
+    """The sources of the package that scripts/package has left in $PACKAGE_FOLDER."""
+    changelog = (PROJECT / "debian" / "changelog").read_text()
+    version = re.match(r"kelvo-pwr \((.+?)\)", changelog)[1]
+    return Path(os.environ["PACKAGE_FOLDER"]) / f"kelvo-pwr_{version}.tar.xz"
+
+
+@pytest.fixture(scope="session")
+def deb(source):
+    """The package itself."""
+    machine = subprocess.run(
+        ["dpkg", "--print-architecture"], capture_output=True, text=True, check=True
+    ).stdout.strip()
+    return source.with_name(source.name.replace(".tar.xz", f"_{machine}.deb"))
+
+
+@pytest.fixture(scope="session")
+def mounts():
+    require_root()
+    leave_mount_namespace()
+
+
+@pytest.fixture(scope="session")
+def base(mounts, deb):
+    """A minimal system with what the package depends on."""
+    depends = subprocess.run(
+        ["dpkg-deb", "--field", deb, "Depends"], capture_output=True, text=True, check=True
+    ).stdout
+    return base_system("install", [re.match(r"[^ |]+", one)[0] for one in depends.split(", ")])
+
+
+@pytest.fixture
+def root(base, tmp_path):
+    with Root(base, tmp_path) as root:
+        yield root

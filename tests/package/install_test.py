@@ -1,0 +1,270 @@
+"""Installed, upgraded, removed and purged by dpkg, in a system of its own.
+
+systemctl is a stand-in there that notes its calls; nothing is booted.
+"""
+
+import fcntl
+import os
+import shutil
+import subprocess
+from contextlib import contextmanager
+
+import pytest
+
+CONFIGURATION = "etc/kelvo/kelvo-pwr.conf"
+RESULT_FILE = "var/lib/kelvo-pwr/kelvo-pwr.dat"
+SEGMENT = "dev/shm/kelvo-pwr-shm"
+LOCK = "run/kelvo-pwr.lock"
+ENABLED = "etc/systemd/system/multi-user.target.wants/kelvo-pwr.service"
+TIMER_ENABLED = "etc/systemd/system/timers.target.wants/kelvo-pwr-test.timer"
+
+SYSTEMCTL = """#!/bin/sh
+echo "$@" >>/run/calls
+case "$*" in *is-active*) [ -e /run/active ] ;; esac
+"""
+ENABLE = "--root=/ --system --preset-mode=enable-only preset kelvo-pwr.service"
+STOP = "stop kelvo-pwr-test.timer kelvo-pwr-test.service kelvo-pwr.service"
+RESTART = "try-restart kelvo-pwr.service"
+
+
+def installed_files(root):
+    """All but what dpkg keeps for itself and the stand-in's notes."""
+    hidden = ("var/lib/dpkg/", "var/log/", "run/calls", "run/active")
+    paths = (str(path.relative_to(root.path)) for path in root.path.rglob("*"))
+    return {path for path in paths if not path.startswith(hidden)}
+
+
+def dpkg(root, *words):
+    result = root.run("dpkg", *words)
+    assert result.returncode == 0, result.stdout + result.stderr
+    return result.stdout
+
+
+def install(root, package, *words):
+    shutil.copy(package, root.path / "package.deb")
+    try:
+        return dpkg(root, *words, "--install", "/package.deb")
+    finally:
+        (root.path / "package.deb").unlink()
+
+
+def calls(root):
+    """What systemctl was asked to do; looking and reloading are not counted."""
+    try:
+        lines = (root.path / "run/calls").read_text().splitlines()
+    except FileNotFoundError:
+        return []
+    return [line for line in lines if "is-active" not in line and "daemon-reload" not in line]
+
+
+def daemon_s_files(root):
+    """What a daemon leaves; without GPIO lines it gets as far as its segment."""
+    daemon = root.run("kelvo-pwr", "-c", f"/{CONFIGURATION}")
+    assert daemon.stdout == "Start\n"
+    assert daemon.returncode == 1
+    (root.path / RESULT_FILE).write_text("result.start=1\nresult.end=2\n")
+    assert all((root.path / name).exists() for name in (LOCK, SEGMENT))
+
+
+@pytest.fixture
+def system(root):
+    """With a systemctl that says that systemd is running."""
+    systemctl = root.path / "bin/systemctl"
+    systemctl.write_text(SYSTEMCTL)
+    systemctl.chmod(0o755)
+    (root.path / "run/systemd/system").mkdir(parents=True)
+    return root
+
+
+@pytest.fixture
+def newer(deb, tmp_path):
+    """The same package with a later version, and another configuration if one is given."""
+
+    def make(configuration=None):
+        folder = tmp_path / "unpacked"
+        subprocess.run(["dpkg-deb", "-R", deb, folder], check=True)
+        control = folder / "DEBIAN/control"
+        control.write_text(control.read_text().replace("\nVersion: ", "\nVersion: 99+"))
+        if configuration:
+            (folder / CONFIGURATION).write_text(configuration)
+        package = tmp_path / "newer.deb"
+        subprocess.run(["dpkg-deb", "-b", folder, package], check=True, capture_output=True)
+        return package
+
+    return make
+
+
+@pytest.fixture
+def running(system, deb):
+    """An installed system whose daemon systemd takes for running, and its segment's tool."""
+    install(system, deb)
+    (system.path / "run/active").touch()
+    shutil.copy(os.environ["SEGMENT_TOOL"], system.path / "run/segment_tool")
+
+    def fields(*assignments):
+        assert system.run("/run/segment_tool", "make", "status", "request").returncode == 0
+        assert system.run("/run/segment_tool", "set", *assignments).returncode == 0
+
+    (system.path / "run/calls").unlink()
+    return system, fields
+
+
+def test_it_is_enabled_but_not_started(system, deb):
+    install(system, deb)
+    assert calls(system) == [ENABLE]
+
+
+def test_it_is_enabled_where_there_is_no_systemctl(root, deb):
+    install(root, deb)
+    assert (root.path / ENABLED).is_symlink()
+    assert not (root.path / TIMER_ENABLED).is_symlink()
+
+
+def test_it_runs_with_its_configuration(root, deb):
+    install(root, deb)
+    listing = root.run("kelvo-pwr", "-v", "-s", "-c", f"/{CONFIGURATION}")
+    assert listing.stdout == root.run("kelvo-pwr", "-v", "-s").stdout
+    assert listing.stderr == "Cant read timestamp conf\nNo such file or directory\n"
+    (root.path / RESULT_FILE).write_text("result.start=1\nresult.end=2\n")
+    listing = root.run("kelvo-pwr", "-v", "-s", "-c", f"/{CONFIGURATION}").stdout
+    assert listing.endswith(f"startTimestamp{' ' * 11}: 1\nendTimestamp{' ' * 13}: 2\n")
+
+
+def test_purging_leaves_nothing(system, deb):
+    before = installed_files(system)
+    install(system, deb)
+    assert installed_files(system) != before
+    daemon_s_files(system)
+    dpkg(system, "--purge", "kelvo-pwr")
+    assert installed_files(system) == before
+
+
+def test_purging_without_systemd_leaves_nothing(root, deb):
+    before = installed_files(root)
+    install(root, deb)
+    daemon_s_files(root)
+    dpkg(root, "--purge", "kelvo-pwr")
+    assert installed_files(root) == before
+
+
+def test_removing_stops_it_and_keeps_configuration_and_times(system, deb):
+    install(system, deb)
+    daemon_s_files(system)
+    (system.path / CONFIGURATION).write_text("test.battery=true\n")
+    dpkg(system, "--remove", "kelvo-pwr")
+    assert calls(system) == [ENABLE, STOP]
+    assert not (system.path / "usr/sbin/kelvo-pwr").exists()
+    install(system, deb)
+    assert (system.path / CONFIGURATION).read_text() == "test.battery=true\n"
+    assert (system.path / RESULT_FILE).read_text() == "result.start=1\nresult.end=2\n"
+
+
+def test_the_owner_s_files_stay(root, deb):
+    own = [root.path / "etc/kelvo/own.conf", root.path / "usr/local/etc/kelvo/kelvo-pwr.dat"]
+    for path in own:
+        path.parent.mkdir(parents=True)
+        path.write_text("own\n")
+    install(root, deb)
+    dpkg(root, "--purge", "kelvo-pwr")
+    assert [path.read_text() for path in own] == ["own\n", "own\n"]
+    assert not (root.path / CONFIGURATION).exists()
+
+
+@contextmanager
+def held(path):
+    path.touch()
+    with path.open() as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        yield
+
+
+def test_purging_leaves_the_files_of_another_daemon(root, deb):
+    install(root, deb)
+    daemon_s_files(root)
+    with held(root.path / LOCK):
+        dpkg(root, "--purge", "kelvo-pwr")
+    assert (root.path / LOCK).exists()
+    assert (root.path / SEGMENT).exists()
+    assert not (root.path / "var/lib/kelvo-pwr").exists()
+
+
+def test_an_upgrade_keeps_an_edited_configuration(root, deb, newer):
+    install(root, deb)
+    (root.path / CONFIGURATION).write_text("test.battery=true\n")
+    install(root, newer())
+    assert (root.path / CONFIGURATION).read_text() == "test.battery=true\n"
+
+
+def test_an_upgrade_puts_its_configuration_beside_an_edited_one(root, deb, newer):
+    install(root, deb)
+    (root.path / CONFIGURATION).write_text("test.battery=true\n")
+    install(root, newer("# new\n"), "--force-confdef", "--force-confold")
+    assert (root.path / CONFIGURATION).read_text() == "test.battery=true\n"
+    assert (root.path / f"{CONFIGURATION}.dpkg-dist").read_text() == "# new\n"
+
+
+def test_an_upgrade_replaces_a_configuration_nobody_edited(root, deb, newer):
+    install(root, deb)
+    install(root, newer("# new\n"))
+    assert (root.path / CONFIGURATION).read_text() == "# new\n"
+
+
+def test_an_upgrade_keeps_the_times_and_a_disabled_service_disabled(root, deb, newer):
+    install(root, deb)
+    (root.path / RESULT_FILE).write_text("result.start=1\nresult.end=2\n")
+    (root.path / ENABLED).unlink()
+    install(root, newer())
+    assert (root.path / RESULT_FILE).read_text() == "result.start=1\nresult.end=2\n"
+    assert not (root.path / ENABLED).is_symlink()
+
+
+@pytest.mark.parametrize(
+    "fields",
+    [
+        ["testing=0"],
+        ["missingPower=1"],
+        ["batteryBad=1", "count=1", "runTest=1", "runTestNow=1", "duration=1"],
+        ["testing=255", "batteryEmpty=255", "batteryBad=255"],
+    ],
+)
+def test_an_upgrade_restarts_the_daemon(running, newer, fields):
+    system, set_fields = running
+    set_fields(*fields)
+    assert "not restarted" not in install(system, newer())
+    assert calls(system) == [RESTART]
+
+
+@pytest.mark.parametrize(
+    "fields, reason",
+    [
+        (["testing=1"], "a battery test is running"),
+        (["batteryEmpty=1", "missingPower=1"], "it is shutting the system down"),
+        (["batteryEmpty=1", "missingPower=0"], "it is shutting the system down"),
+    ],
+)
+def test_an_upgrade_leaves_an_occupied_daemon_alone(running, newer, fields, reason):
+    system, set_fields = running
+    set_fields(*fields)
+    printed = install(system, newer())
+    assert (
+        f"kelvo-pwr: the daemon was not restarted, for {reason}. Later:\n"
+        "  systemctl restart kelvo-pwr.service\n"
+    ) in printed
+    assert calls(system) == []
+
+
+def test_an_upgrade_leaves_a_daemon_alone_that_would_not_start_again(running, newer):
+    system, set_fields = running
+    set_fields("testing=0")
+    (system.path / CONFIGURATION).write_text("test.duration=long\n")
+    printed = install(system, newer())
+    assert "the daemon was not restarted, for its status cannot be read. Later:\n" in printed
+    assert calls(system) == []
+
+
+def test_an_upgrade_does_not_start_a_stopped_daemon(running, newer):
+    system, set_fields = running
+    set_fields("testing=1")
+    (system.path / "run/active").unlink()
+    assert "kelvo-pwr: " not in install(system, newer())
+    assert calls(system) == []
