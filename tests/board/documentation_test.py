@@ -1,16 +1,16 @@
-"""The README and the manual page have every option, with its default, as the program does."""
+"""The README and the manual pages have every option, with its default, as the program does."""
 
 import re
 from pathlib import Path
 
-import pytest
-
-from rig import PROGRAM
-
-from guest.process import run
+from program_help import file_settings, settings, switches
 
 PROJECT = Path(__file__).parent.parent.parent
-OPTION = re.compile(r"  (?:-(\w) \[ )?--([\w.-]+)(?: \])?(?: arg)?(?: \(=(.*?)\))?(?:  .*)?")
+MANUAL = PROJECT / "packaging" / "man"
+
+
+def names_and_defaults(options):
+    return [(name, default) for name, default, _ in options]
 
 
 def documented_defaults(page, pattern):
@@ -18,49 +18,36 @@ def documented_defaults(page, pattern):
     return [(key, value.strip("`")) for key, value in re.findall(pattern, page, re.MULTILINE)]
 
 
-@pytest.fixture
-def options():
-    """Short name, long name and default of every option; the last is empty for a switch."""
-    found = [OPTION.fullmatch(line) for line in run([PROGRAM, "--help"]).stdout.splitlines()]
-    return [match.groups(default="") for match in found if match]
+def test_there_are_options():
+    assert (len(switches()), len(settings()), len(file_settings())) == (6, 13, 4)
 
 
-@pytest.fixture
-def settings(options):
-    """The options that are settings, with a bool's default as a word."""
-    bools = ("test.battery", "test.external-scheduling")
-    return [
-        (name, {"0": "false"}[default] if name in bools else default)
-        for _, name, default in options
-        if "." in name
-    ]
-
-
-def test_there_are_options(options, settings):
-    assert (len(options), len(settings)) == (19, 13)
-
-
-def test_the_readme_has_every_setting(settings):
+def test_the_readme_has_every_setting():
     readme = (PROJECT / "README.md").read_text()
-    assert documented_defaults(readme, r"^\| `--(\w+\.[\w.-]+)` \| (\S+) \|") == settings
+    found = documented_defaults(readme, r"^\| `--(\w+\.[\w.-]+)` \| (\S+) \|")
+    assert found == names_and_defaults(settings())
 
 
-def test_the_readme_has_every_switch(options):
+def test_the_readme_has_every_switch():
     readme = (PROJECT / "README.md").read_text()
-    switches = re.findall(r"^\| `-(\w)`, `--([\w-]+)(?: FILE)?` \| \|", readme, re.MULTILINE)
-    expected = [(short, name) for short, name, _ in options if "." not in name]
-    assert sorted(switches) == sorted(expected)
+    found = re.findall(r"^\| `-(\w)`, `--([\w-]+)(?: FILE)?` \| \|", readme, re.MULTILINE)
+    assert sorted(found) == sorted((short, name) for short, name, _ in switches())
 
 
-def test_the_manual_page_has_every_setting(settings):
-    page = (PROJECT / "packaging" / "man" / "kelvo-pwr.8").read_text()
+def test_the_manual_page_has_every_setting():
+    page = (MANUAL / "kelvo-pwr.8").read_text()
     found = documented_defaults(page, r"^\.It Cm (\w+\.[\w.-]+) Pq (?:Ql )?(\S+)$")
     on_command_line = [(key, default) for key, default in found if not key.startswith("sys.")]
-    assert on_command_line == settings
+    assert on_command_line == names_and_defaults(settings())
 
 
-def test_the_manual_page_has_every_switch(options):
-    page = (PROJECT / "packaging" / "man" / "kelvo-pwr.8").read_text()
-    switches = re.findall(r"^\.It Fl (\w) , Fl -([\w-]+)", page, re.MULTILINE)
-    expected = [(short, name) for short, name, _ in options if "." not in name]
-    assert sorted(switches) == sorted(expected)
+def test_the_manual_page_has_every_switch():
+    page = (MANUAL / "kelvo-pwr.8").read_text()
+    found = re.findall(r"^\.It Fl (\w) , Fl -([\w-]+)", page, re.MULTILINE)
+    assert sorted(found) == sorted((short, name) for short, name, _ in switches())
+
+
+def test_the_configuration_s_manual_page_has_every_setting_and_its_description():
+    page = (MANUAL / "kelvo-pwr.conf.5").read_text()
+    found = re.findall(r"^\.It Cm (\S+) Pq (?:Ql |Pa )?(\S+)\n(.*)\.$", page, re.MULTILINE)
+    assert found == settings() + file_settings()
