@@ -46,6 +46,6 @@ def base(mounts, deb):
 
 
 @pytest.fixture
-def root(base, tmp_path):
-    with Root(base, tmp_path) as root:
+def root(base, tmp_path_factory):
+    with Root(base, tmp_path_factory.mktemp("root")) as root:
         yield root

@@ -38,6 +38,8 @@ class Root:
     """A layer above a base system, in which everything may be changed."""
 
     def __init__(self, base: Path, scratch: Path):
+        # Not every file system can hold the upper layer.
+        _run("mount", "-t", "tmpfs", "tmpfs", str(scratch))
         for name in ("changes", "work", "root"):
             (scratch / name).mkdir()
         self.path = scratch / "root"
@@ -48,7 +50,7 @@ class Root:
         return self
 
     def __exit__(self, *_) -> None:
-        _run("umount", str(self.path))
+        _run("umount", "--recursive", str(self.path.parent))
 
     def run(self, *argv, env: Optional[dict] = None) -> subprocess.CompletedProcess:
         """Runs a command in it, without input; its status is the caller's affair."""

@@ -98,6 +98,7 @@ def test_buildroot_offers_the_package(monkeypatch, tmp_path):
     monkeypatch.setenv("BR2_EXTERNAL_KELVO_PATH", str(BUILDROOT))
     text = (PACKAGE / "Config.in").read_text()
     needed = set(re.findall(r"^\tdepends on (BR2_\w+)", text, re.MULTILINE))
+    assert needed == set(re.findall(r"!(BR2_\w+)", text))
     selected = set(re.findall(r"^\tselect (BR2_\w+)", text, re.MULTILINE))
     others = "".join(f'config {name}\n\tbool "{name}"\n' for name in sorted(needed | selected))
     (tmp_path / "Config.in").write_text(f'source "{BUILDROOT}/Config.in"\n{others}')

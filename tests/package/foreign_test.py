@@ -1,0 +1,226 @@
+"""The package built for other machines, and its program run there by an emulator.
+
+The emulator has no GPIO; what the daemon does with its lines is not tested here.
+"""
+
+import os
+import re
+import shutil
+import subprocess
+from pathlib import Path
+from typing import NamedTuple
+
+import pytest
+
+from debian_root import Root, base_system, in_root
+
+PROJECT = Path(__file__).parent.parent.parent
+NO_RESULT_FILE = "Cant read timestamp conf\n"
+
+
+class Machine(NamedTuple):
+    name: str
+    compiler: str
+    emulator: str
+    kind: str  # what readelf says
+
+
+MACHINES = [
+    Machine("arm64", "aarch64-linux-gnu-g++", "qemu-aarch64-static", "AArch64"),
+    Machine("armhf", "arm-linux-gnueabihf-g++", "qemu-arm-static", "ARM"),
+]
+
+
+def succeed(path, *argv, **env):
+    result = in_root(path, argv, env)
+    assert result.returncode == 0, result.stdout[-3000:] + result.stderr[-3000:]
+    return result.stdout
+
+
+def add_machines(path):
+    """Compilers, and what the package is built from, for each of the machines."""
+    for machine in MACHINES:
+        succeed(path, "dpkg", "--add-architecture", machine.name)
+    succeed(path, "apt-get", "update")
+    install = ["apt-get", "install", "--yes", "--no-install-recommends"]
+    succeed(path, *install, *(f"crossbuild-essential-{machine.name}" for machine in MACHINES))
+    (path / "source/debian").mkdir(parents=True)
+    for name in ("control", "changelog"):
+        shutil.copy(PROJECT / "debian" / name, path / "source/debian" / name)
+    for machine in MACHINES:
+        succeed(
+            path,
+            *("sh", "-c", f'cd /source && "$@" -a {machine.name} -Pcross,nocheck .', "sh"),
+            *("apt-get", "build-dep", "--yes", "--no-install-recommends"),
+        )
+    shutil.rmtree(path / "source")
+    succeed(path, "apt-get", "clean")
+
+
+@pytest.fixture(scope="session")
+def cross_base(mounts):
+    control = (PROJECT / "debian" / "control").read_text()
+    build_depends = re.search(r"^Build-Depends:\n((?: .*\n)+)", control, re.MULTILINE)[1]
+    packages = ["build-essential", "qemu-user-static"]
+    return base_system("cross", packages, add_machines, repr((build_depends, MACHINES)))
+
+
+@pytest.fixture(scope="session", params=MACHINES, ids=lambda machine: machine.name)
+def foreign(request, cross_base, source, tmp_path_factory):
+    """A system in which the program and the segment's tool have been built for a machine."""
+    with Root(cross_base, tmp_path_factory.mktemp(request.param.name)) as root:
+        yield Foreign(root, request.param, source)
+
+
+class Foreign:
+    def __init__(self, root, machine, source):
+        self.root, self.machine = root, machine
+        folder = root.path / "build/kelvo-pwr"
+        folder.mkdir(parents=True)
+        unpacking = ["tar", "--extract", "--strip-components=1", "--file", source]
+        subprocess.run([*unpacking, "--directory", folder], check=True)
+        build = f"cd /build/kelvo-pwr && dpkg-buildpackage -a {machine.name} -Pcross,nocheck"
+        succeed(root.path, "sh", "-c", f"{build} -us -uc -b", DEB_BUILD_OPTIONS="nocheck")
+        (self.deb,) = (root.path / "build").glob(f"kelvo-pwr_*_{machine.name}.deb")
+        subprocess.run(["dpkg-deb", "--extract", self.deb, root.path / "installed"], check=True)
+        self.program = "/installed/usr/sbin/kelvo-pwr"
+        sources = ["tests/board/segment_tool.cpp", "src/shared/shared_state.cpp"]
+        flags = ["-std=c++17", "-I", "src", "-o", "/segment_tool"]
+        compiling = [machine.compiler, *flags, *sources]
+        succeed(root.path, "sh", "-c", f"cd /build/kelvo-pwr && {' '.join(compiling)}")
+
+    def run(self, *words):
+        """Standard output, standard error and status of the program."""
+        result = self.root.run(self.machine.emulator, self.program, *words)
+        return result.stdout, result.stderr, result.returncode
+
+    def make_segment(self, *fields):
+        for words in (["make", "status", "request"], ["set", *fields]):
+            result = self.root.run(self.machine.emulator, "/segment_tool", *words)
+            assert (result.stderr, result.returncode) == ("", 0)
+
+    def status(self):
+        stdout, _, status = self.run("--status")
+        assert status == 0
+        return dict(line.split(" : ") for line in re.sub(" +:", " :", stdout).splitlines())
+
+
+def native(*words):
+    """The same from the program of this machine."""
+    result = subprocess.run(
+        [os.environ["KELVO_PWR"], *words], capture_output=True, text=True, stdin=subprocess.DEVNULL
+    )
+    return result.stdout, result.stderr, result.returncode
+
+
+def test_the_package_is_for_the_machine(foreign):
+    field = subprocess.run(
+        ["dpkg-deb", "--field", foreign.deb, "Architecture"], capture_output=True, text=True
+    ).stdout
+    assert field == f"{foreign.machine.name}\n"
+    header = succeed(foreign.root.path, "readelf", "--file-header", foreign.program)
+    assert re.search(r"Machine: +(\S+)", header)[1] == foreign.machine.kind
+
+
+@pytest.mark.parametrize(
+    "words",
+    [
+        ["--help"],
+        ["-v", "--help"],
+        ["--nope"],
+        ["--test.duration=65536"],
+        ["--test.period=4294967296"],
+        ["--test.battery"],
+        ["-v", "-v"],
+        ["-c", "/no/such/file"],
+    ],
+)
+def test_it_answers_as_here(foreign, words):
+    assert foreign.run(*words) == native(*words)
+
+
+def test_the_listing_is_as_here(foreign):
+    # Ends for want of a segment, there; what a daemon on this machine shows comes after it.
+    words = ["-v", "--status", "--test.period=4294967295", "--test.hour=-1"]
+    stdout, stderr, status = foreign.run(*words)
+    assert (stderr, status) == (NO_RESULT_FILE + "No such file or directory\n", 1)
+    assert stdout.splitlines() == native(*words)[0].splitlines()[:17]
+
+
+def test_without_a_segment_no_request_is_posted(foreign):
+    for word in ("--run-test", "--run-test-now"):
+        assert foreign.run(word) == ("", NO_RESULT_FILE + "No such file or directory\n", 1)
+
+
+@pytest.fixture
+def segment(foreign):
+    """Made by another program of the same machine."""
+    foreign.make_segment("count=0")
+    yield foreign
+    (foreign.root.path / "dev/shm/kelvo-pwr-shm").unlink()
+
+
+def test_the_status(segment):
+    segment.make_segment("count=2147483648", "missingPower=1", "batteryBad=255", "duration=65535")
+    assert segment.run("--status") == (
+        "count                    : -2147483648\n"
+        "missingPower             : 1\n"
+        "batteryEmpty             : 0\n"
+        "batteryBad               : 255\n"
+        "testing                  : 0\n"
+        "runTest                  : 0\n"
+        "runTestNow               : 0\n"
+        "duration                 : 65535\n",
+        NO_RESULT_FILE,
+        0,
+    )
+
+
+@pytest.mark.parametrize(
+    "word, field", [("--run-test", "runTest"), ("--run-test-now", "runTestNow")]
+)
+def test_a_request_is_posted(segment, word, field):
+    posted = segment.run(word, "--test.duration=77", "--test.init.disable=0")
+    assert posted == ("", NO_RESULT_FILE, 0)
+    status = segment.status()
+    assert (status.pop(field), status.pop("duration")) == ("1", "77")
+    assert set(status.values()) == {"0"}
+
+
+@pytest.mark.parametrize("word", ["--run-test", "--run-test-now"])
+@pytest.mark.parametrize(
+    "fields, answer",
+    [
+        (["testing=255"], "Testing is disabled, exiting.\n"),
+        (["testing=1"], "Test is already running.\n"),
+        (
+            ["missingPower=1", "batteryEmpty=1"],
+            "We are running on batteries.\nBattery is empty\n",
+        ),
+    ],
+)
+def test_a_request_is_refused(segment, word, fields, answer):
+    segment.make_segment(*fields)
+    before = segment.status()
+    assert segment.run(word) == (answer, NO_RESULT_FILE, 0)
+    assert segment.status() == before
+
+
+def test_the_last_test_is_found_in_its_file(segment):
+    far = 2**40
+    conf = segment.root.path / "own.conf"
+    conf.write_text("sys.save.path=/own.dat\n")
+    (segment.root.path / "own.dat").write_text(f"result.start={far}\nresult.end={far + 1}\n")
+    listing, stderr, _ = segment.run("-v", "-s", "-c", "/own.conf")
+    assert stderr == ""
+    assert listing.splitlines()[15:17] == [
+        f"startTimestamp           : {far}",
+        f"endTimestamp             : {far + 1}",
+    ]
+
+
+def test_the_daemon_makes_its_segment(foreign):
+    missing = "Failed to get line 'PWR-IN'\n"
+    assert foreign.run() == ("Start\n", NO_RESULT_FILE + missing, 1)
+    assert set(foreign.status().values()) == {"0"}
+    (foreign.root.path / "dev/shm/kelvo-pwr-shm").unlink()
