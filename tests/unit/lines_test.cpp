@@ -26,7 +26,8 @@ TEST_F(LinesTest, AFreeLineIsAcquiredWithoutAWord)
   EXPECT_TRUE(acquisition.succeeded);
   EXPECT_EQ(acquisition.recording.out, "");
   EXPECT_EQ(acquisition.recording.err, "");
-  EXPECT_EQ(line.name(), "BAT-T2");
+  requestInput(line);
+  EXPECT_TRUE(fakeLines["BAT-T2"].isUsed);
 }
 
 TEST_F(LinesTest, AcquiringDoesNotRequest)
@@ -34,7 +35,6 @@ TEST_F(LinesTest, AcquiringDoesNotRequest)
   gpiod::line line;
   const Acquisition acquisition = acquire(line, "BAT-T2");
   EXPECT_TRUE(acquisition.recording.story.empty());
-  EXPECT_FALSE(line.is_requested());
   EXPECT_FALSE(fakeLines["BAT-T2"].isUsed);
 }
 
@@ -44,6 +44,23 @@ TEST_F(LinesTest, AllChipsAreSearched)
   fakeLines.add("gpiochip7", "FAR-AWAY");
   EXPECT_TRUE(acquire(line, "FAR-AWAY").succeeded);
   EXPECT_EQ(fakeLines.searches, std::vector<std::string>(3, "FAR-AWAY"));
+}
+
+TEST_F(LinesTest, ChipsAreSearchedInTheOrderOfTheirNamesAsText)
+{
+  fakeLines.add("gpiochip2", "TWIN", 0);
+  fakeLines.add("gpiochip10", "TWIN", 1);
+  gpiod::line line;
+  ASSERT_TRUE(acquireLine(line, "TWIN"));
+  requestInput(line);
+  EXPECT_EQ(line.get_value(), 1);
+}
+
+TEST_F(LinesTest, ALineWithoutANameIsNotFound)
+{
+  fakeLines.add("gpiochip0", "");
+  gpiod::line line;
+  EXPECT_EQ(acquire(line, "").recording.err, "Failed to get line ''\n");
 }
 
 TEST_F(LinesTest, AMissingLineIsNamed)
@@ -83,18 +100,25 @@ TEST_F(LinesTest, AUsedLineIsRefused)
 
 TEST_F(LinesTest, AFailingSearchSaysTheLibrarysText)
 {
-  int* const errors[] = {&fakeLines.chipSearchError, &fakeLines.lineSearchError};
-  for (int* const error : errors) {
-    SCOPED_TRACE(error == errors[0] ? "chips" : "lines");
-    *error = EACCES;
-    const std::string text = errorOf([] { gpiod::find_line("PWR-IN"); });
-    EXPECT_NE(text.find("Permission denied"), std::string::npos);
+  // Also when the line is on a chip before the one that cannot be opened.
+  const struct {
+    int& error;
+    const char* text;
+  } table[] = {
+      {fakeLines.chipSearchError, "error creating GPIO chip iterator: Permission denied\n"},
+      {fakeLines.lastChipError, "error creating GPIO chip iterator: Permission denied\n"},
+      {fakeLines.lineSearchError, "error looking up GPIO line by name: Permission denied\n"},
+  };
+  for (const auto& row : table) {
+    SCOPED_TRACE(&row - table);
+    row.error = EACCES;
     gpiod::line line;
     const Acquisition acquisition = acquire(line, "PWR-IN");
     EXPECT_FALSE(acquisition.succeeded);
-    EXPECT_EQ(acquisition.recording.err, text + "\n");
+    EXPECT_EQ(acquisition.recording.err, row.text);
     EXPECT_EQ(acquisition.recording.out, "");
-    *error = 0;
+    EXPECT_EQ(fakeLines.openChips, 0U);
+    row.error = 0;
   }
 }
 
@@ -103,9 +127,35 @@ TEST_F(LinesTest, AcquiringReplacesWhatTheHandleHeld)
   gpiod::line line;
   ASSERT_TRUE(acquireLine(line, "BAT-T1"));
   ASSERT_TRUE(acquireLine(line, "BAT-SW"));
-  EXPECT_EQ(line.name(), "BAT-SW");
+  requestInput(line);
+  EXPECT_FALSE(fakeLines["BAT-T1"].isUsed);
+  EXPECT_TRUE(fakeLines["BAT-SW"].isUsed);
   EXPECT_FALSE(acquire(line, "NO-SUCH-LINE").succeeded);
   EXPECT_TRUE(!line);
+  EXPECT_FALSE(fakeLines["BAT-SW"].isUsed);
+  EXPECT_EQ(fakeLines.openChips, 0U);
+}
+
+TEST_F(LinesTest, WhetherALineIsUsedIsKnownFromTheSearchAndTheRequest)
+{
+  gpiod::line line = gpiod::find_line("BAT-T2");
+  fakeLines["BAT-T2"].isUsed = true;
+  EXPECT_FALSE(line.is_used());
+  fakeLines["BAT-T2"].isUsed = false;
+  requestInput(line);
+  EXPECT_TRUE(line.is_used());
+}
+
+TEST_F(LinesTest, ALineIsGivenBackWithItsLastHandle)
+{
+  gpiod::line line = gpiod::find_line("BAT-T2");
+  gpiod::line copy = line;
+  requestOutput(line, 1);
+  line = gpiod::line();
+  EXPECT_EQ(copy.get_value(), 1);
+  EXPECT_TRUE(fakeLines["BAT-T2"].isUsed);
+  copy = gpiod::line();
+  EXPECT_FALSE(fakeLines["BAT-T2"].isUsed);
   EXPECT_EQ(fakeLines.openChips, 0U);
 }
 
@@ -138,14 +188,41 @@ TEST_F(LinesTest, AFailingRequestThrows)
   fakeLines["BAT-T2"].isUsed = true;
   EXPECT_THROW(requestInput(line), std::system_error);
   EXPECT_THROW(requestOutput(line, 0), std::system_error);
-  EXPECT_NE(errorOf([&] { requestInput(line); }).find("busy"), std::string::npos);
+  EXPECT_EQ(errorOf([&] { requestInput(line); }),
+            "error requesting GPIO lines: Device or resource busy");
 }
 
-TEST_F(LinesTest, AnEmptyHandleCannotBeRequested)
+TEST_F(LinesTest, ALineIsRequestedOnce)
 {
   gpiod::line line;
-  EXPECT_THROW(requestInput(line), std::logic_error);
-  EXPECT_THROW(requestOutput(line, 1), std::logic_error);
+  ASSERT_TRUE(acquireLine(line, "BAT-T2"));
+  requestOutput(line, 1);
+  EXPECT_EQ(errorOf([&] { requestOutput(line, 0); }),
+            "error requesting GPIO lines: Device or resource busy");
+  EXPECT_EQ(line.get_value(), 1) << "the first request holds";
+}
+
+TEST_F(LinesTest, AnEmptyHandleIsRefused)
+{
+  gpiod::line line;
+  const std::function<void()> table[] = {
+      [&] { requestInput(line); }, [&] { requestOutput(line, 1); }, [&] { line.is_used(); },
+      [&] { line.get_value(); },   [&] { line.set_value(0); },
+  };
+  for (const auto& operation : table) {
+    EXPECT_THROW(operation(), std::logic_error);
+    EXPECT_EQ(errorOf(operation), "object not holding a GPIO line handle");
+  }
+}
+
+TEST_F(LinesTest, ALineThatWasNotRequestedIsNeitherReadNorDriven)
+{
+  gpiod::line line = gpiod::find_line("BAT-T2");
+  EXPECT_EQ(errorOf([&] { line.get_value(); }),
+            "error reading GPIO line values: Operation not permitted");
+  EXPECT_EQ(errorOf([&] { line.set_value(1); }),
+            "error setting GPIO line values: Operation not permitted");
+  EXPECT_EQ(fakeLines["BAT-T2"].level, 0);
 }
 
 TEST_F(LinesTest, PowerIsPresentAtLevelZeroOnly)
@@ -222,6 +299,8 @@ TEST_F(LinesTest, FailuresOfReadsAndWritesPassThrough)
   EXPECT_THROW(connectAcPower(), std::system_error);
   EXPECT_THROW(disconnectBattery(), std::system_error);
   EXPECT_THROW(connectBattery(), std::system_error);
+  EXPECT_EQ(errorOf(isPowerPresent), "error reading GPIO line values: Input/output error");
+  EXPECT_EQ(errorOf(connectAcPower), "error setting GPIO line values: Input/output error");
   EXPECT_EQ(status().missingPower, 77);
   EXPECT_EQ(status().batteryEmpty, 77);
 }

@@ -30,6 +30,22 @@ int openThrough(const char* path, int flags, unsigned mode)
   return next(path, flags, mode);
 }
 
+FILE* openStream(const char* function, const char* path, const char* mode)
+{
+  const bool isWatched = watching != nullptr && watching->onStream && watching->watchedPath == path;
+  if (watching != nullptr) {
+    watching->streams.emplace_back(path);
+  }
+  if (isWatched) {
+    watching->onStream("open");
+  }
+  FILE* stream = nextSymbol<FILE*(const char*, const char*)>(function)(path, mode);
+  if (isWatched) {
+    watchedStream = stream;
+  }
+  return stream;
+}
+
 }  // namespace
 
 FakeFiles& fakeFiles = startWatching();
@@ -72,20 +88,15 @@ extern "C" int flock(int descriptor, int operation) noexcept
   return next(descriptor, operation);
 }
 
+// Which of the two the streams of the C++ library use depends on its version.
+extern "C" FILE* fopen(const char* path, const char* mode)
+{
+  return openStream("fopen", path, mode);
+}
+
 extern "C" FILE* fopen64(const char* path, const char* mode)
 {
-  const bool isWatched = watching != nullptr && watching->onStream && watching->watchedPath == path;
-  if (watching != nullptr) {
-    watching->streams.emplace_back(path);
-  }
-  if (isWatched) {
-    watching->onStream("open");
-  }
-  FILE* stream = nextSymbol<FILE*(const char*, const char*)>("fopen64")(path, mode);
-  if (isWatched) {
-    watchedStream = stream;
-  }
-  return stream;
+  return openStream("fopen64", path, mode);
 }
 
 extern "C" int fclose(FILE* stream)

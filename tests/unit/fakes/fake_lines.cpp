@@ -4,12 +4,68 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 #include <stdexcept>
 
-#include <gpiod.h>
-
 FakeLines& fakeLines = *new FakeLines;
+
+namespace {
+
+int failWith(int error)
+{
+  errno = error;
+  return -1;
+}
+
+}  // namespace
+
+int FakeLine::request(const std::string& direction, int firstLevel, const char* consumer, int flags)
+{
+  if (requestError != 0) {
+    return failWith(requestError);
+  }
+  if (isUsed) {
+    return failWith(EBUSY);
+  }
+  isUsed = true;
+  _isOutput = direction == "output";
+  if (_isOutput) {
+    level = firstLevel;
+  }
+  note("request " + name + " " + direction + (_isOutput ? " " + std::to_string(level) : "") +
+       " as '" + consumer + "' flags " + std::to_string(flags));
+  return 0;
+}
+
+int FakeLine::read(int& result) const
+{
+  if (readError != 0) {
+    return failWith(readError);
+  }
+  result = level;
+  if (fakeLines.notesReads) {
+    note("read " + name + " " + std::to_string(level));
+  }
+  return 0;
+}
+
+int FakeLine::write(int newLevel)
+{
+  if (!_isOutput) {
+    return failWith(EPERM);
+  }
+  if (writeError != 0) {
+    return failWith(writeError);
+  }
+  level = newLevel;
+  note("write " + name + " " + std::to_string(level));
+  return 0;
+}
+
+void FakeLine::release()
+{
+  isUsed = false;
+  note("release " + name);
+}
 
 void FakeLines::clear()
 {
@@ -49,178 +105,16 @@ std::vector<std::string> FakeLines::chipNames() const
 
 FakeLine* FakeLines::find(const std::string& chip, const std::string& name)
 {
+  searches.push_back(name);
+  if (lineSearchError != 0) {
+    errno = lineSearchError;
+    return nullptr;
+  }
   for (FakeLine& line : _lines) {
     if (line.chip == chip && line.name == name) {
       return &line;
     }
   }
+  errno = ENOENT;
   return nullptr;
 }
-
-// The C library's own types, opaque to its callers, and its functions as far as
-// its C++ bindings call them for what the program does.
-
-struct gpiod_line {
-  FakeLine* physical;
-  bool isRequested;
-  bool isOutput;
-};
-
-struct gpiod_chip {
-  std::string name;
-  std::vector<std::unique_ptr<gpiod_line>> lines;
-};
-
-struct gpiod_chip_iter {
-  std::vector<std::string> names;
-  std::size_t next;
-};
-
-namespace {
-
-int failWith(int error)
-{
-  errno = error;
-  return -1;
-}
-
-FakeLine& onlyLineOf(const gpiod_line_bulk* bulk)
-{
-  if (bulk->num_lines != 1) {
-    throw std::logic_error("the program works on one line at a time");
-  }
-  return *bulk->lines[0]->physical;
-}
-
-}  // namespace
-
-extern "C" {
-
-gpiod_chip_iter* gpiod_chip_iter_new()
-{
-  if (fakeLines.chipSearchError != 0) {
-    errno = fakeLines.chipSearchError;
-    return nullptr;
-  }
-  return new gpiod_chip_iter{fakeLines.chipNames(), 0};
-}
-
-gpiod_chip* gpiod_chip_iter_next_noclose(gpiod_chip_iter* iterator)
-{
-  if (iterator->next == iterator->names.size()) {
-    return nullptr;
-  }
-  ++fakeLines.openChips;
-  return new gpiod_chip{iterator->names[iterator->next++], {}};
-}
-
-void gpiod_chip_iter_free_noclose(gpiod_chip_iter* iterator)
-{
-  delete iterator;
-}
-
-void gpiod_chip_close(gpiod_chip* chip)
-{
-  if (chip == nullptr) {
-    return;
-  }
-  for (const auto& line : chip->lines) {
-    if (line->isRequested) {
-      note("release " + line->physical->name);
-      line->physical->isUsed = false;
-      line->physical->consumer.clear();
-    }
-  }
-  --fakeLines.openChips;
-  delete chip;
-}
-
-gpiod_line* gpiod_chip_find_line(gpiod_chip* chip, const char* name)
-{
-  fakeLines.searches.emplace_back(name);
-  if (fakeLines.lineSearchError != 0) {
-    errno = fakeLines.lineSearchError;
-    return nullptr;
-  }
-  FakeLine* physical = fakeLines.find(chip->name, name);
-  if (physical == nullptr) {
-    errno = ENOENT;
-    return nullptr;
-  }
-  chip->lines.push_back(std::make_unique<gpiod_line>(gpiod_line{physical, false, false}));
-  return chip->lines.back().get();
-}
-
-const char* gpiod_line_name(gpiod_line* line)
-{
-  return line->physical->name.c_str();
-}
-
-bool gpiod_line_is_used(gpiod_line* line)
-{
-  return line->physical->isUsed;
-}
-
-bool gpiod_line_is_requested(gpiod_line* line)
-{
-  return line->isRequested;
-}
-
-int gpiod_line_request_bulk(gpiod_line_bulk* bulk, const gpiod_line_request_config* config,
-                            const int* values)
-{
-  FakeLine& physical = onlyLineOf(bulk);
-  if (physical.requestError != 0) {
-    return failWith(physical.requestError);
-  }
-  if (physical.isUsed) {
-    return failWith(EBUSY);
-  }
-  gpiod_line& line = *bulk->lines[0];
-  line.isRequested = true;
-  line.isOutput = config->request_type == GPIOD_LINE_REQUEST_DIRECTION_OUTPUT;
-  physical.isUsed = true;
-  physical.consumer = config->consumer;
-  std::string direction = "request type " + std::to_string(config->request_type);
-  if (line.isOutput) {
-    physical.level = values != nullptr ? values[0] : 0;
-    direction = "output " + std::to_string(physical.level);
-  } else if (config->request_type == GPIOD_LINE_REQUEST_DIRECTION_INPUT) {
-    direction = "input";
-  }
-  note("request " + physical.name + " " + direction + " as '" + physical.consumer + "' flags " +
-       std::to_string(config->flags));
-  return 0;
-}
-
-int gpiod_line_get_value_bulk(gpiod_line_bulk* bulk, int* values)
-{
-  const FakeLine& physical = onlyLineOf(bulk);
-  if (!bulk->lines[0]->isRequested) {
-    return failWith(EPERM);
-  }
-  if (physical.readError != 0) {
-    return failWith(physical.readError);
-  }
-  values[0] = physical.level;
-  if (fakeLines.notesReads) {
-    note("read " + physical.name + " " + std::to_string(physical.level));
-  }
-  return 0;
-}
-
-int gpiod_line_set_value_bulk(gpiod_line_bulk* bulk, const int* values)
-{
-  FakeLine& physical = onlyLineOf(bulk);
-  if (!bulk->lines[0]->isRequested || !bulk->lines[0]->isOutput) {
-    return failWith(EPERM);
-  }
-  if (physical.writeError != 0) {
-    return failWith(physical.writeError);
-  }
-  physical.level = values[0];
-  note("write " + physical.name + " " + std::to_string(physical.level));
-  return 0;
-}
-
-}  // extern "C"

@@ -12,10 +12,19 @@ struct FakeLine {
   std::string name;
   int level = 0;
   bool isUsed = false;  ///< Held by us or by someone else.
-  std::string consumer;
   int requestError = 0;
   int readError = 0;
   int writeError = 0;
+
+  // What the functions of the line library come to. Below 0 they leave an errno.
+  /// `direction` is "output", with a first level, or what else is to be noted.
+  int request(const std::string& direction, int firstLevel, const char* consumer, int flags);
+  int read(int& result) const;
+  int write(int newLevel);
+  void release();
+
+ private:
+  bool _isOutput = false;
 };
 
 /// The GPIO lines of the machine. What is done to them is noted in the recording:
@@ -31,8 +40,10 @@ class FakeLines {
   FakeLine& add(const std::string& chip, const std::string& name, int level = 0);
   FakeLine& operator[](const std::string& name);
 
-  /// Makes the search for chips, or for a line on a chip, fail with `error`.
+  /// Errno values with which the search for chips, the opening of the last chip, or the
+  /// search for a line on a chip fails; 0: none.
   int chipSearchError = 0;
+  int lastChipError = 0;
   int lineSearchError = 0;
 
   /// Names that were searched for, on whichever chip.
@@ -44,8 +55,9 @@ class FakeLines {
   /// Chips that some handle keeps open.
   std::size_t openChips = 0;
 
-  // What the C functions come to.
+  // What the functions of the line library come to.
   std::vector<std::string> chipNames() const;
+  /// Null with an errno if there is none.
   FakeLine* find(const std::string& chip, const std::string& name);
 
  private:
