@@ -113,7 +113,9 @@ def test_a_failing_request_of_the_power_line_ends_the_start(rig):
     minimal.wait_for_line("Minimal server", within=1)
     minimal.kill()
     calls = log.read_text().splitlines()
-    (request,) = (i for i, call in enumerate(calls, 1) if "GPIO_GET_LINEHANDLE_IOCTL" in call)
+    # As version 1 and version 2 of the kernel's interface call it.
+    request_call = re.compile("GPIO_GET_LINEHANDLE_IOCTL|GPIO_V2_GET_LINE_IOCTL")
+    (request,) = (i for i, call in enumerate(calls, 1) if request_call.search(call))
     daemon = rig.daemon(before=(*strace, f"--inject=ioctl:error=EBUSY:when={request}"))
     assert_ends(daemon, "Start\n", "error requesting GPIO lines: Device or resource busy\n", 1)
     assert rig.status() == ZERO_STATUS

@@ -1,8 +1,10 @@
 """Which lines the program takes for its own, and what it makes of their levels."""
 
+import os
+
 import pytest
 
-from rig import NO_RESULT_FILE, SECOND
+from rig import AS_NOBODY, NO_RESULT_FILE, SECOND
 
 from guest.clock import sleep_until
 from guest.lines import make_chip, remove_chips
@@ -23,6 +25,24 @@ def test_of_two_lines_with_one_name_the_first_is_taken(rig):
     rig.minimal_server()
     assert rig.board.pwr_in.holder() == "kelvo-pwr"
     assert [line.holder() for line in other.lines] == [None, None]
+
+
+def test_chips_are_searched_in_the_order_of_their_names_as_text(rig):
+    """gpiochip10 comes before gpiochip2."""
+    make_chip(["unrelated"])
+    twins = [make_chip(["TWIN"]) for _ in range(9)]
+    assert (twins[0].device, twins[-1].device) == ("/dev/gpiochip2", "/dev/gpiochip10")
+    rig.configure("gpio.pwr-in=TWIN")
+    rig.minimal_server()
+    assert [twin.line("TWIN").holder() for twin in twins] == [None] * 8 + ["kelvo-pwr"]
+
+
+def test_a_line_without_a_name_is_not_found_by_the_empty_name(rig):
+    make_chip([None])
+    rig.configure("gpio.pwr-in=")
+    daemon = rig.daemon()
+    assert daemon.wait_for_exit(within=1) == 1
+    assert daemon.stderr == NO_RESULT_FILE + "Failed to get line ''\n"
 
 
 @pytest.mark.parametrize("name", ["pwr-in", "PWR-IN1", "PWR", "'PWR-IN'"])
@@ -54,13 +74,28 @@ def test_without_any_chip_the_power_line_is_missing(rig):
 
 
 def test_a_search_that_fails_is_reported_in_the_library_s_words(rig):
-    """With room for one file beside the lock, no chip can be opened."""
+    """With room for one file beside the lock, a second chip cannot be opened."""
+    make_chip(["unrelated"])
     daemon = rig.daemon(before=("prlimit", "--nofile=5:5"))
     assert daemon.wait_for_exit(within=1) == 1
     assert daemon.stdout == "Start\n"
     assert daemon.stderr == (
         NO_RESULT_FILE + "error creating GPIO chip iterator: Too many open files\n"
     )
+
+
+def test_a_chip_that_may_not_be_opened_spoils_the_search(rig):
+    """Even if the line is on a chip before it."""
+    rig.let_everybody_in()
+    os.chmod(rig.board.chip.device, 0o666)
+    with make_chip(["unrelated"]) as other:
+        daemon = rig.daemon(before=AS_NOBODY)
+        assert daemon.wait_for_exit(within=1) == 1
+        assert daemon.stderr == NO_RESULT_FILE + (
+            "error creating GPIO chip iterator: Permission denied\n"
+        )
+        os.chmod(other.device, 0o666)
+        rig.daemon(before=AS_NOBODY).wait_for_line("Minimal server", within=1)
 
 
 def test_high_means_power_missing_and_battery_sufficient(rig):

@@ -20,6 +20,9 @@ SYSTEM_CONFIGURATION = Path("/usr/local/etc")
 SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
 LOCK = Path("/run/kelvo-pwr.lock")
 
+# In front of a command line: run it as a user who owns nothing.
+AS_NOBODY = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
+
 NO_RESULT_FILE = "Cant read timestamp conf\n"
 
 SECOND = 10**9  # in nanoseconds, the unit of all times
@@ -29,8 +32,11 @@ MILLISECOND = 10**6
 class Rig:
     """Wired lines, a trace of them, stand-ins for the shutdown commands, a configuration.
 
-    Every daemon started through it is ended at the end.
+    Every daemon started through it is ended at the end. Daemon and client are the same
+    program unless a test chooses another for one of them.
     """
+
+    daemon_program = client_program = PROGRAM
 
     def __init__(self, folder: Path):
         self.folder = folder
@@ -57,9 +63,16 @@ class Rig:
         own = f"sys.save.path={self.result_file}"
         self.conf.write_text("".join(f"{line}\n" for line in (own, *lines)))
 
+    def let_everybody_in(self) -> None:
+        """Lets every user read the configuration file."""
+        self.folder.chmod(0o755)
+        for parent in self.folder.parents:
+            if parent.is_relative_to("/run") and parent.owner() == "root":
+                parent.chmod(0o755)
+
     def daemon(self, *words: str, before: tuple = (), env=None) -> Program:
         """Starts the program without waiting; `before` goes in front of its command line."""
-        argv = [*before, PROGRAM, "-c", str(self.conf), *words]
+        argv = [*before, self.daemon_program, "-c", str(self.conf), *words]
         daemon = self._open.enter_context(Program(argv, env))
         # A daemon that is killed writes no counts of what it ran.
         self._open.callback(daemon.end, within=1)
@@ -78,16 +91,12 @@ class Rig:
         return daemon
 
     def client(self, *words: str, env=None) -> Result:
-        return run([PROGRAM, "-c", str(self.conf), *words], env)
+        return run([self.client_program, "-c", str(self.conf), *words], env)
 
     def client_of_nobody(self, *words: str) -> Result:
         """Runs a client as a user who owns nothing."""
-        self.folder.chmod(0o755)
-        for parent in self.folder.parents:
-            if parent.is_relative_to("/run") and parent.owner() == "root":
-                parent.chmod(0o755)
-        nobody = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
-        return run([*nobody, PROGRAM, "-c", str(self.conf), *words])
+        self.let_everybody_in()
+        return run([*AS_NOBODY, self.client_program, "-c", str(self.conf), *words])
 
     def save_times(self, start: int, end: int) -> None:
         """Leaves a result file as an earlier daemon would."""

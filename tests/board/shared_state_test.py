@@ -85,8 +85,10 @@ def take_lock_for_ever():
     """Leaves the lock as a process does that is killed while it holds it."""
     content = bytearray(SEGMENT.read_bytes())
     # The C library's mutex: lock, count, owner, users, kind; the kind of this one is
-    # recursive and shared between processes, a word that stands nowhere else.
-    kinds = [at for at in range(0, 256, 4) if content[at : at + 4] == b"\x81\0\0\0"]
+    # recursive and shared between processes, in newer versions of the library also robust,
+    # a word that stands nowhere else.
+    words = (b"\x81\0\0\0", b"\x91\0\0\0")
+    kinds = [at for at in range(0, 256, 4) if content[at : at + 4] in words]
     (kind,) = kinds
     content[kind - 16 : kind - 12] = (1).to_bytes(4, "little")
     content[kind - 8 : kind - 4] = (999_999).to_bytes(4, "little")
