@@ -6,8 +6,11 @@ host and the board can write. The command's output goes there, and at the end th
 file `outcome`: its status, or what went wrong.
 """
 
+import fcntl
 import json
 import os
+import socket
+import struct
 import sys
 import traceback
 from pathlib import Path
@@ -18,6 +21,9 @@ from guest.mounts import mount_from_host, mount_own
 from guest.system_calls import power_off, set_timer_slack
 
 _HOME, _TEMPORARY = Path("/run/home"), Path("/run/tmp")
+
+_SIOCSIFFLAGS = 0x8914
+_IFF_UP = 1
 
 
 def main() -> None:
@@ -32,6 +38,7 @@ def main() -> None:
     os.dup2(messages, 2)
     mount_from_host(scratch, [Path(library).parent, Path(task["directory"])])
     set_environment(task["environment"], library)
+    start_loopback()
     if not task["realtime"]:
         # A sleep then ends when it should, not up to 50 microseconds later.
         set_timer_slack(1)
@@ -41,6 +48,12 @@ def main() -> None:
         os.posix_spawn(coupling[0], coupling, os.environ)
     outcome = run(task, scratch)
     (scratch / "outcome").write_text(json.dumps(outcome))
+
+
+def start_loopback() -> None:
+    """Gives the board its addresses 127.0.0.1 and those beside it."""
+    with socket.socket() as any_socket:
+        fcntl.ioctl(any_socket, _SIOCSIFFLAGS, struct.pack("16sh22x", b"lo", _IFF_UP))
 
 
 def set_environment(outside: dict[str, str], library: str) -> None:

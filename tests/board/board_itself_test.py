@@ -5,6 +5,7 @@ import os
 import re
 import shutil
 import signal
+import socket
 import time
 from pathlib import Path
 
@@ -252,3 +253,15 @@ def test_the_boards_own_folders_can_be_written(folder):
     file = Path(folder, "written-on-the-board")
     file.touch()
     file.unlink()
+
+
+@pytest.mark.parametrize(
+    "family, address", [(socket.AF_INET, ("127.0.0.1", 80)), (socket.AF_UNIX, "/run/a-socket")]
+)
+def test_programs_meet_on_a_socket(family, address):
+    with socket.socket(family) as server, socket.socket(family) as client:
+        server.bind(address)
+        server.listen()
+        client.connect(address)
+        client.sendall(b"from one to the other")
+        assert server.accept()[0].recv(100) == b"from one to the other"
