@@ -1,0 +1,267 @@
+"""The exporter's file and what the real node exporter makes of it."""
+
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from node_exporter import EXPORTER, PROMTOOL, NodeExporter
+from rig import PROGRAM, SECOND, SEGMENT
+
+from guest.clock import now, sleep_until
+from guest.process import run
+
+# Each metric as the text format has it, without its value.
+METRICS = {
+    name: f"# HELP {name} {text}\n# TYPE {name} {kind}\n{name}"
+    for name, kind, text in (
+        (
+            "kelvo_pwr_up",
+            "gauge",
+            "1: the status could be read. A daemon that has died leaves its last status behind.",
+        ),
+        (
+            "kelvo_pwr_waited_seconds_total",
+            "counter",
+            "Seconds that the daemon has waited since its start. "
+            "Stands still when it is gone or hangs.",
+        ),
+        ("kelvo_pwr_power_missing", "gauge", "1: AC power is missing."),
+        (
+            "kelvo_pwr_battery_empty",
+            "gauge",
+            "1: the battery has read empty without AC power. Stays 1 until the daemon starts again.",
+        ),
+        (
+            "kelvo_pwr_battery_bad",
+            "gauge",
+            "1: the last battery test of this daemon failed. 0: it passed, or there was none.",
+        ),
+        ("kelvo_pwr_testing", "gauge", "1: a battery test is running."),
+        (
+            "kelvo_pwr_run_test",
+            "gauge",
+            "1: a test if it is time for one was asked for and not taken yet.",
+        ),
+        ("kelvo_pwr_run_test_now", "gauge", "1: a test now was asked for and not taken yet."),
+        (
+            "kelvo_pwr_test_duration_seconds",
+            "gauge",
+            "Length of the running or the next battery test. 0: the own setting of the daemon.",
+        ),
+    )
+}
+
+
+@pytest.fixture
+def file(tmp_path):
+    folder = tmp_path / "textfiles"
+    folder.mkdir()
+    return folder / "kelvo_pwr.prom"
+
+
+def export(file, *words, program=PROGRAM):
+    return run([EXPORTER, file, *words], env={"KELVO_PWR": str(program)})
+
+
+def text(labels="", **values):
+    """A whole file with these metrics, by their names without the prefix."""
+    return "".join(
+        f"{METRICS[f'kelvo_pwr_{name}']}{labels} {value}\n" for name, value in values.items()
+    )
+
+
+def stub(folder, script):
+    """A program in the place of the client."""
+    path = folder / "stub"
+    path.write_text(f"#!/bin/sh\n{script}\n")
+    path.chmod(0o755)
+    return path
+
+
+FULL = dict(
+    up=1,
+    waited_seconds_total=3,
+    power_missing=0,
+    battery_empty=0,
+    battery_bad=0,
+    testing=0,
+    run_test=0,
+    run_test_now=0,
+    test_duration_seconds=0,
+)
+MINIMAL = dict(
+    up=1,
+    waited_seconds_total=3,
+    power_missing=0,
+    run_test=0,
+    run_test_now=0,
+    test_duration_seconds=0,
+)
+
+
+def test_every_field_of_a_full_server(rig, file):
+    daemon = rig.full_server("test.hour=-1")
+    sleep_until(daemon.started + 3 * SECOND + SECOND // 2)
+    assert export(file) == ("", "", 0)
+    assert file.read_text() == text(**FULL)
+    rig.set_fields(
+        count=7,
+        missingPower=1,
+        batteryEmpty=1,
+        batteryBad=1,
+        testing=1,
+        runTest=1,
+        runTestNow=1,
+        duration=65535,
+    )
+    export(file)
+    assert file.read_text() == text(
+        **{name: 1 for name in FULL} | dict(waited_seconds_total=7, test_duration_seconds=65535)
+    )
+
+
+def test_what_a_minimal_server_has_no_value_for_is_absent(rig, file):
+    daemon = rig.minimal_server()
+    sleep_until(daemon.started + 3 * SECOND + SECOND // 2)
+    export(file)
+    assert file.read_text() == text(**MINIMAL)
+
+
+def test_an_outage_shows_as_the_daemon_sees_it(rig, file):
+    daemon = rig.full_server("test.hour=-1")
+    shown = []
+    for step in (lambda: rig.board.ac(False), lambda: rig.board.battery(False)):
+        step()
+        sleep_until(now() + 2 * SECOND)
+        export(file)
+        shown.append([line for line in file.read_text().splitlines() if line.endswith(" 1")])
+    assert shown == [
+        ["kelvo_pwr_up 1", "kelvo_pwr_power_missing 1"],
+        ["kelvo_pwr_up 1", "kelvo_pwr_power_missing 1", "kelvo_pwr_battery_empty 1"],
+    ]
+    assert daemon.stdout == "Start\nFull server\nBattery empty\n"
+
+
+def test_the_count_of_a_dead_daemon_stands_still(rig, file):
+    daemon = rig.full_server("test.hour=-1")
+    sleep_until(daemon.started + 3 * SECOND + SECOND // 2)
+    daemon.kill()
+    for _ in range(2):
+        sleep_until(now() + 100 * SECOND)
+        export(file)
+        assert file.read_text() == text(**FULL)
+
+
+@pytest.mark.parametrize("count", [2**31 - 1, 2**31, 2**32 - 1])
+def test_a_count_that_the_status_shows_as_negative(rig, file, count):
+    rig.full_server().kill()
+    rig.set_fields(count=count)
+    export(file)
+    assert file.read_text() == text(**FULL | dict(waited_seconds_total=count))
+
+
+def test_without_a_segment_there_is_nothing_but_that(rig, file):
+    result = export(file)
+    assert (result.stdout, result.status) == ("", 0)
+    assert result.stderr.splitlines() == ["Cant read timestamp conf", "No such file or directory"]
+    assert file.read_text() == text(up=0)
+
+
+def test_a_client_that_hangs_is_given_ten_seconds(rig, file):
+    """As one does on a segment whose creation failed half way."""
+    SEGMENT.touch()
+    os.truncate(SEGMENT, 1024)
+    begin = now()
+    assert export(file).status == 0
+    assert (now() - begin) // SECOND == 10
+    assert file.read_text() == text(up=0)
+
+
+@pytest.mark.parametrize(
+    "script",
+    [
+        "exec true",
+        "echo 'count                    : 5'",
+        f"{PROGRAM} --status | head --lines=7",
+        f"{PROGRAM} --status | sed 's/: 0/: no/'",
+    ],
+)
+def test_half_a_status_is_none(rig, file, tmp_path, script):
+    rig.full_server().kill()
+    export(file, program=stub(tmp_path, script))
+    assert file.read_text() == text(up=0)
+
+
+def test_what_the_client_says_beside_the_status_is_no_metric(rig, file, tmp_path):
+    daemon = rig.full_server("test.hour=-1")
+    sleep_until(daemon.started + 3 * SECOND + SECOND // 2)
+    words = "count of 5\ncount : none\ntesting : 1 2\n"
+    export(file, program=stub(tmp_path, f"echo '{words}' >&2\nexec {PROGRAM} --status"))
+    assert file.read_text() == text(**FULL)
+
+
+def test_the_file_is_replaced_as_a_whole_and_readable_for_all(rig, file):
+    rig.full_server("test.hour=-1").kill()
+    export(file)
+    with file.open() as before:
+        rig.set_fields(batteryEmpty=1)
+        export(file)
+        assert "kelvo_pwr_battery_empty 0\n" in before.read()
+    assert "kelvo_pwr_battery_empty 1\n" in file.read_text()
+    assert oct(file.stat().st_mode) == oct(0o100644)
+    assert list(file.parent.iterdir()) == [file]
+
+
+def test_a_full_disk_leaves_the_file_before(rig, file):
+    rig.full_server("test.hour=-1").kill()
+    export(file)
+    before = file.read_text()
+    Path(f"{file}.new").symlink_to("/dev/full")
+    result = export(file)
+    assert result.status != 0
+    assert "No space left on device" in result.stderr or "write failure" in result.stderr
+    assert file.read_text() == before
+
+
+@pytest.mark.parametrize(
+    "words, problem",
+    [
+        ([], "usage: "),
+        (["status.txt"], "usage: "),
+        (["a.prom", "b", "c"], "usage: "),
+        (["a.prom", ""], "bad name of a board: ''"),
+        (["a.prom", 'b"'], "bad name of a board: 'b\"'"),
+    ],
+)
+def test_bad_words(tmp_path, words, problem):
+    result = run([EXPORTER, *words], directory=str(tmp_path))
+    assert (result.stdout, result.status) == ("", 2)
+    assert problem in result.stderr
+    assert list(tmp_path.iterdir()) == []
+
+
+def test_the_node_exporter_hands_on_every_metric(rig, file):
+    daemon = rig.full_server("test.hour=-1")
+    sleep_until(daemon.started + 3 * SECOND + SECOND // 2)
+    export(file, "attic")
+    with NodeExporter(file.parent) as node_exporter:
+        labels = '{board="attic"}'
+        assert node_exporter.scrape("kelvo_pwr") == sorted(text(labels, **FULL).splitlines())
+        # It looks at each scrape.
+        rig.board.ac(False)
+        sleep_until(now() + 2 * SECOND)
+        export(file, "attic")
+        assert f"kelvo_pwr_power_missing{labels} 1" in node_exporter.scrape("kelvo_pwr")
+        # When the file was written shows that the exporter runs.
+        (written,) = node_exporter.scrape("node_textfile_mtime_seconds{")
+        assert float(written.split()[1]) == pytest.approx(file.stat().st_mtime, abs=1)
+
+
+def test_names_and_texts_are_as_prometheus_wants_them(rig, file):
+    rig.full_server("test.hour=-1").kill()
+    export(file)
+    with file.open() as metrics:
+        check = subprocess.run([PROMTOOL, "check", "metrics"], stdin=metrics, capture_output=True)
+    assert (check.stdout, check.stderr, check.returncode) == (b"", b"", 0)
