@@ -34,7 +34,6 @@ class NoEarlyExit : public testing::Environment {
   }
 };
 
-const testing::Environment* const environment =
-    testing::AddGlobalTestEnvironment(new NoEarlyExit);
+const testing::Environment* const environment = testing::AddGlobalTestEnvironment(new NoEarlyExit);
 
 }  // namespace
