@@ -1,12 +1,11 @@
 """The wall clock set a year back or forward, and zones that change, under a running daemon."""
 
-import shutil
 from datetime import datetime, timezone
 from pathlib import Path
 
 import pytest
 
-from rig import NO_RESULT_FILE, SECOND
+from rig import SECOND
 
 from guest.clock import now, set_wall, sleep_until, wall
 
