@@ -41,13 +41,15 @@ std::shared_ptr<Object> own(Object* object, void (*release)(Object*), const char
   return {object, release};
 }
 
+// What scandir makes is an array in C.
+// NOLINTBEGIN(*-array-to-pointer-decay,*-no-malloc,*-owning-memory,*-pointer-arithmetic)
+
 int isChip(const dirent* entry)
 {
   return static_cast<int>(std::string(entry->d_name).rfind("gpiochip", 0) == 0);
 }
 
-/// All chips, open. As in version 1 one that cannot be opened spoils every search.
-std::vector<std::shared_ptr<gpiod_chip>> openChips()
+std::vector<std::string> chipPaths()
 {
   dirent** entries = nullptr;
   const int count = scandir("/dev", &entries, isChip, alphasort);
@@ -60,8 +62,17 @@ std::vector<std::shared_ptr<gpiod_chip>> openChips()
     std::free(entries[i]);
   }
   std::free(entries);
+  return paths;
+}
 
+// NOLINTEND(*-array-to-pointer-decay,*-no-malloc,*-owning-memory,*-pointer-arithmetic)
+
+/// All chips, open. As in version 1 one that cannot be opened spoils every search.
+std::vector<std::shared_ptr<gpiod_chip>> openChips()
+{
+  const std::vector<std::string> paths = chipPaths();
   std::vector<std::shared_ptr<gpiod_chip>> chips;
+  chips.reserve(paths.size());
   for (const std::string& path : paths) {
     chips.push_back(own(gpiod_chip_open(path.c_str()), gpiod_chip_close, cannotOpen));
   }
