@@ -1,16 +1,15 @@
 """Builds the board's kernel from Debian's source package and keeps the result."""
 
-import fcntl
 import hashlib
 import os
 import shutil
 import signal
 import subprocess
-import sys
 import time
 from collections import deque
 from pathlib import Path
 
+from host.cache import kept, say
 from host.problems import BoardFailure, Unavailable
 
 _PACKAGE = "linux-source-6.1"
@@ -31,20 +30,7 @@ _REPRODUCIBLE = {
 
 def kernel() -> Path:
     """The kernel's path; builds it first unless one from the same ingredients is kept."""
-    cache = _cache_folder()
-    kept = cache / f"kernel-{_key()}"
-    if not kept.exists():
-        cache.mkdir(parents=True, exist_ok=True)
-        with open(cache / "lock", "w") as lock:
-            _wait_for(lock)
-            if not kept.exists():
-                _build(cache / "build", kept)
-    return kept
-
-
-def _cache_folder() -> Path:
-    base = os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache"
-    return Path(base) / "kelvo-board"
+    return kept(f"kernel-{_key()}", _build)
 
 
 def _key() -> str:
@@ -66,24 +52,14 @@ def _source_version() -> str:
     return answer.stdout
 
 
-def _wait_for(lock) -> None:
-    try:
-        fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
-    except BlockingIOError:
-        _say("another build of the kernel is going on; waiting for it")
-        fcntl.flock(lock, fcntl.LOCK_EX)
-
-
-def _build(work: Path, result: Path) -> None:
-    """Leaves the folder `work` behind only when it fails, for a look at what went wrong."""
+def _build(work: Path) -> Path:
+    """Builds in the folder `work`; returns the kernel, which is in there."""
     if missing := [tool for tool in _TOOLS if not shutil.which(tool)]:
         raise Unavailable(f"building the kernel needs {', '.join(missing)}")
-    shutil.rmtree(work, ignore_errors=True)
-    (work / "out").mkdir(parents=True)
+    (work / "out").mkdir()
     log = work / "log"
-    started = time.monotonic()
 
-    _say(f"unpacking {_PACKAGE}")
+    say(f"unpacking {_PACKAGE}")
     unpack = ["tar", "--extract", "--file", _TARBALL, "--directory", work, "--wildcards"]
     _run([*unpack, f"--exclude-from={_NOT_COMPILED}"], log)
     make = ["make", "-C", work / _PACKAGE, "ARCH=um", f"O={work / 'out'}"]
@@ -91,11 +67,7 @@ def _build(work: Path, result: Path) -> None:
     _check_options(work / "out" / ".config")
     _run([*make, f"-j{len(os.sched_getaffinity(0))}", "linux"], log)
 
-    finished = work / "linux"
-    shutil.copy(work / "out" / "linux", finished)
-    finished.rename(result)
-    shutil.rmtree(work)
-    _say(f"the kernel is ready after {time.monotonic() - started:.0f} seconds")
+    return work / "out" / "linux"
 
 
 def _run(command: list, log: Path) -> None:
@@ -118,7 +90,7 @@ def _run(command: list, log: Path) -> None:
                 last_lines.append(line)
                 compiled += line.startswith("  CC ")
                 if time.monotonic() >= next_word:
-                    _say(f"{compiled} files compiled")
+                    say(f"{compiled} files compiled")
                     next_word += _PROGRESS_EVERY_SECONDS
         except BaseException:
             # Nobody may go on compiling in a folder that the next build removes.
@@ -140,7 +112,3 @@ def _check_options(configuration: Path) -> None:
     dropped = [line for line in asked_for if line.startswith("CONFIG_") and line not in in_force]
     if dropped:
         raise BoardFailure(f"the kernel has no {', '.join(dropped)}")
-
-
-def _say(text: str) -> None:
-    print(f"board: {text}", file=sys.stderr, flush=True)

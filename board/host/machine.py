@@ -23,7 +23,14 @@ _POLL_SECONDS = 0.01
 class Machine:
     """A board that has been switched on; `scratch` is an empty folder of its own."""
 
-    def __init__(self, kernel: Path, scratch: Path, task: dict, terminal: Optional[int] = None):
+    def __init__(
+        self,
+        kernel: Path,
+        scratch: Path,
+        task: dict,
+        terminal: Optional[int] = None,
+        init: str = "init.py",
+    ):
         self._scratch = scratch
         self._log = scratch / "kernel-messages"
         for name in set(task["outputs"].values()):
@@ -32,7 +39,7 @@ class Machine:
         parent = os.getpid()
         with self._log.open("wb") as log:
             self._process = subprocess.Popen(
-                _arguments(kernel, scratch, task["realtime"], terminal),
+                _arguments(kernel, scratch, task["realtime"], terminal, init),
                 stdin=subprocess.DEVNULL,
                 stdout=log,
                 stderr=log,
@@ -57,6 +64,9 @@ class Machine:
     def _status(self) -> int:
         outcome = self._scratch / "outcome"
         if not outcome.exists():
+            end = self._scratch / "end"
+            if end.exists():
+                raise BoardFailure(f"the command was ended by {end.read_text().strip()}")
             messages = self._log.read_text(errors="replace")
             raise BoardFailure(f"ended without an outcome; the kernel said:\n{messages}")
         result = json.loads(outcome.read_text())
@@ -94,7 +104,9 @@ def task(
     }
 
 
-def _arguments(kernel: Path, scratch: Path, realtime: bool, terminal: Optional[int]) -> list[str]:
+def _arguments(
+    kernel: Path, scratch: Path, realtime: bool, terminal: Optional[int], init: str
+) -> list[str]:
     arguments = [
         str(kernel),
         "mem=256M",
@@ -108,7 +120,7 @@ def _arguments(kernel: Path, scratch: Path, realtime: bool, terminal: Optional[i
         "stderr=1",
         "con=null",
         "con0=null,fd:2",
-        f'init="{_LIBRARY / "guest" / "init.py"}"',
+        f'init="{_LIBRARY / "guest" / init}"',
         f'BOARD_SCRATCH="{scratch}"',
         f'PYTHONPATH="{_LIBRARY}"',
     ]

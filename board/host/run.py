@@ -1,4 +1,4 @@
-"""`board run`: one command on the board, its output and status passed on."""
+"""`board run` and `board system`: one command on the board, its output and status passed on."""
 
 import os
 import shutil
@@ -17,31 +17,38 @@ def run(
     kernel: Path,
     scratch: Path,
     command: Sequence[str],
-    realtime: bool,
-    coupled: bool,
     longest_seconds: float,
+    realtime: bool = False,
+    coupled: bool = False,
     keep: Optional[Path] = None,
+    root: Optional[Path] = None,
+    prepare: str = "",
 ) -> int:
-    """Returns the command's status; `keep` gets what the command left in BOARD_OUTPUT."""
+    """Returns the command's status; `keep` gets what the command left in BOARD_OUTPUT.
+
+    With a `root` the command runs in the Debian there, booted by systemd after the piece
+    of shell `prepare` has been run in it.
+    """
     output = scratch / "output"
     output.mkdir()
     # When both go to one place, such as a terminal, their order is to be kept.
     together = os.path.sameopenfile(1, 2)
     outputs = {1: "stdout", 2: "stdout" if together else "stderr"}
-    machine = Machine(
-        kernel,
-        scratch,
-        task(
-            command,
-            outputs,
-            realtime=realtime,
-            coupled=coupled,
-            # Coupled, a BAT-T2 pulled to 1 would keep AC power away from the start.
-            natural_pulls=coupled,
-            longest_seconds=_LONGEST_BOARD_SECONDS,
-            environment={"BOARD_OUTPUT": str(output)},
-        ),
+    work = task(
+        command,
+        outputs,
+        realtime=realtime,
+        coupled=coupled,
+        # Coupled, a BAT-T2 pulled to 1 would keep AC power away from the start.
+        natural_pulls=coupled,
+        longest_seconds=_LONGEST_BOARD_SECONDS,
+        environment={"BOARD_OUTPUT": str(output)},
     )
+    if root is None:
+        machine = Machine(kernel, scratch, work)
+    else:
+        work.update(root=str(root), prepare=prepare)
+        machine = Machine(kernel, scratch, work, init="debian_init.py")
     descriptors = (1,) if together else (1, 2)
     files = [(number, (scratch / outputs[number]).open("rb")) for number in descriptors]
 
