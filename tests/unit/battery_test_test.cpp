@@ -32,11 +32,12 @@ class BatteryTestTest : public AgentTest {
     fakeClock.at(time, [] { fakeLines["BAT-T1"].level = 0; });
   }
 
-  static std::string progressLines(std::uint32_t seconds)
+  static std::string progressLines(std::uint32_t seconds,
+                                   std::chrono::milliseconds uptime = FakeClock::startUptime)
   {
     std::string lines;
     for (std::uint32_t second = 0; second < seconds; ++second) {
-      lines += "MS: " + std::to_string(100'000'000 + second * 1000) + "\n";
+      lines += "MS: " + std::to_string((uptime + std::chrono::seconds(second)).count()) + "\n";
     }
     return lines;
   }
@@ -93,6 +94,19 @@ TEST_F(BatteryTestTest, SleepsTenAndFortyMilliseconds)
   for (std::size_t i = 0; i < fakeClock.sleeps.size(); ++i) {
     EXPECT_EQ(fakeClock.sleeps[i].requested, i % 2 == 0 ? 10ms : 40ms) << i;
     EXPECT_TRUE(fakeClock.sleeps[i].sharesRemainder) << i;
+  }
+}
+
+TEST_F(BatteryTestTest, TakesItsTimeWhenMillisecondsSinceBootExceed32Bits)
+{
+  for (const std::chrono::seconds uptime : {4'294'965s, 5'184'000s}) {
+    SCOPED_TRACE(uptime.count());
+    fakeClock.start();
+    fakeClock.setUptime(uptime);
+    const Outcome outcome = test(5);
+    EXPECT_TRUE(outcome.isGood);
+    EXPECT_EQ(outcome.recording.out, progressLines(5, uptime));
+    EXPECT_EQ(fakeClock.elapsed(), 5s);
   }
 }
 

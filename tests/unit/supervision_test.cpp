@@ -120,14 +120,19 @@ TEST_F(FullServerTest, TheCommandRunsAtTheTimeoutFrom16SecondsOnElseAfter20)
   }
 }
 
-TEST_F(FullServerTest, ATimeoutBeyondTheSignedRangeIsNotShort)
+TEST_F(FullServerTest, ATimeoutKeepsAllItsBits)
 {
   powerFails();
   batteryIsEmpty();
-  powerAgent.settings.testShutTimeout = 0xFFFFFFFF;
-  const Recording recording = recordFor(300s, runFullServer);
-  EXPECT_TRUE(linesWith(recording.story, "system").empty());
-  EXPECT_EQ(status().count, 299U);
+  for (const std::uint32_t timeout : {0xFFFFFFFFU, 0x80000000U, 0x10010U}) {
+    SCOPED_TRACE(timeout);
+    fakeClock.start();
+    powerAgent.sharedState.status->count = 0;
+    powerAgent.settings.testShutTimeout = timeout;
+    const Recording recording = recordFor(300s, runFullServer);
+    EXPECT_TRUE(linesWith(recording.story, "system").empty());
+    EXPECT_EQ(status().count, 299U);
+  }
 }
 
 TEST_F(FullServerTest, AnyBatteryLevelButOneIsEmpty)
