@@ -19,11 +19,14 @@ struct OptionError : LibraryError {
 
   bool isEndless() const
   {
-    return std::any_of(m_substitutions.begin(), m_substitutions.end(), [](const auto& one) {
-      const auto& [name, words] = one;
-      return words.find('%' + name + '%') != std::string::npos ||
-             words.find("%canonical_option%") != std::string::npos;
-    });
+    for (const auto& [name, words] : m_substitutions) {
+      const std::string ownName = '%' + name + '%';
+      if (words.find(ownName) != std::string::npos ||
+          words.find("%canonical_option%") != std::string::npos) {
+        return true;
+      }
+    }
+    return false;
   }
 
   std::string text()
@@ -41,11 +44,13 @@ struct OptionError : LibraryError {
 
 std::string errorText(const std::exception& error)
 {
-  if (const auto* libraryError = dynamic_cast<const LibraryError*>(&error)) {
-    OptionError optionError(*libraryError);
-    if (optionError.isEndless()) {
-      return optionError.text();
-    }
+  const auto* libraryError = dynamic_cast<const LibraryError*>(&error);
+  if (libraryError == nullptr) {
+    return error.what();
   }
-  return error.what();
+  OptionError optionError(*libraryError);
+  if (!optionError.isEndless()) {
+    return error.what();
+  }
+  return optionError.text();
 }
