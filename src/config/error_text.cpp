@@ -19,14 +19,12 @@ struct OptionError : LibraryError {
 
   bool isEndless() const
   {
-    for (const auto& [name, words] : m_substitutions) {
+    return std::any_of(m_substitutions.begin(), m_substitutions.end(), [](const auto& one) {
+      const auto& [name, words] = one;
       const std::string ownName = '%' + name + '%';
-      if (words.find(ownName) != std::string::npos ||
-          words.find("%canonical_option%") != std::string::npos) {
-        return true;
-      }
-    }
-    return false;
+      return words.find(ownName) != std::string::npos ||
+             words.find("%canonical_option%") != std::string::npos;
+    });
   }
 
   std::string text()
