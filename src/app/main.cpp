@@ -21,8 +21,11 @@ void loadAllSettings(int argc, char* argv[])
   try {
     powerAgent.settings.loadSettings(argc, argv);
     powerAgent.settings.readResultFile();
-  } catch (const std::exception& error) {
+  } catch (const boost::program_options::error_with_option_name& error) {
     std::cerr << errorText(error) << std::endl;
+    std::exit(1);
+  } catch (const std::exception& error) {
+    std::cerr << error.what() << std::endl;
     std::exit(1);
   }
 }

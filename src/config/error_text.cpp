@@ -1,7 +1,5 @@
 #include "config/error_text.h"
 
-#include <boost/program_options/errors.hpp>
-
 #include <algorithm>
 
 namespace {
@@ -40,13 +38,9 @@ struct OptionError : LibraryError {
 
 }  // namespace
 
-std::string errorText(const std::exception& error)
+std::string errorText(const LibraryError& error)
 {
-  const auto* libraryError = dynamic_cast<const LibraryError*>(&error);
-  if (libraryError == nullptr) {
-    return error.what();
-  }
-  OptionError optionError(*libraryError);
+  OptionError optionError(error);
   if (!optionError.isEndless()) {
     return error.what();
   }

@@ -158,8 +158,11 @@ void startUp(const std::vector<std::string>& words,
     if (check) {
       check(settings);
     }
-  } catch (const std::exception& error) {
+  } catch (const boost::program_options::error_with_option_name& error) {
     demand(!errorText(error).empty(), "the text of an error is not empty");
+    demandOnlyReports(output.text());
+  } catch (const std::exception& error) {
+    demand(*error.what() != '\0', "the text of an error is not empty");
     demandOnlyReports(output.text());
   }
   isStarting = false;
