@@ -29,7 +29,7 @@ def fail(rig):
 
 
 def assert_unhandled(daemon, stderr):
-    assert daemon.wait_for_exit(within=3) == -6
+    assert daemon.wait_for_exit(within=3.1) == -6
     assert daemon.stderr.removeprefix(NO_RESULT_FILE) == UNHANDLED + stderr + "\n"
 
 
