@@ -25,6 +25,7 @@ VERSION = re.search(
 # What Buildroot gives to a package's makefile, as far as this one uses it.
 AS_BUILDROOT = """
 BR2_EXTERNAL_KELVO_PATH = {buildroot}
+KELVO_PWR_PKGDIR = {buildroot}/package/kelvo-pwr
 INSTALL = install
 TARGET_DIR = {target}
 cmake-package =
@@ -45,7 +46,18 @@ AS_YOCTO = {
 
 
 def installed_files(target):
-    return {str(path.relative_to(target)) for path in target.rglob("*") if not path.is_dir()}
+    """What a recipe has put there by hand, with the units where Debian has them."""
+    paths = {str(path.relative_to(target)) for path in target.rglob("*") if not path.is_dir()}
+    return {path.replace("usr/lib/systemd/system/", "lib/systemd/system/") for path in paths}
+
+
+def installed_by_debian():
+    """The files of the Debian package beside those that CMake installs."""
+    lines = (PROJECT / "debian" / "kelvo-pwr.install").read_text().splitlines()
+    files = {f"{folder}/{Path(source).name}" for source, folder in map(str.split, lines)}
+    # By debhelper's own name for it.
+    assert (PROJECT / "debian" / "kelvo-pwr.tmpfiles").exists()
+    return files | {"usr/lib/tmpfiles.d/kelvo-pwr.conf"}
 
 
 @pytest.fixture
@@ -83,15 +95,21 @@ def test_buildroot_s_hash_is_the_licence_s(make):
     assert f"sha256  {digest}  {name}\n" in (PACKAGE / "kelvo-pwr.hash").read_text()
 
 
-def test_buildroot_installs_configuration_and_service(make):
+def test_buildroot_installs_what_debian_installs(make):
     make(f"install-{make('show-KELVO_PWR_POST_INSTALL_TARGET_HOOKS')}")
-    make("install-KELVO_PWR_INSTALL_INIT_SYSTEMD")
-    assert installed_files(make.target) == {
-        "etc/kelvo/kelvo-pwr.conf",
-        "usr/lib/systemd/system/kelvo-pwr.service",
-        "usr/lib/tmpfiles.d/kelvo-pwr.conf",
-    }
+    assert installed_files(make.target) == {"etc/kelvo/kelvo-pwr.conf"}
     assert (make.target / "var/lib/kelvo-pwr").is_dir()
+    make("install-KELVO_PWR_INSTALL_INIT_SYSTEMD")
+    preset = "usr/lib/systemd/system-preset/50-kelvo-pwr.preset"
+    assert installed_files(make.target) == installed_by_debian() | {preset}
+
+
+def test_buildroot_enables_the_service_and_not_the_timer(make):
+    make("install-KELVO_PWR_INSTALL_INIT_SYSTEMD")
+    # As Buildroot does when all packages are installed.
+    subprocess.run(["systemctl", f"--root={make.target}", "preset-all"], check=True)
+    enabled = {path.name for path in (make.target / "etc/systemd/system").glob("*.wants/*")}
+    assert enabled == {"kelvo-pwr.service"}
 
 
 def test_buildroot_offers_the_package(monkeypatch, tmp_path):
@@ -134,17 +152,11 @@ def test_yocto_s_layer_finds_the_recipe():
     assert list(YOCTO.glob(pattern)) == [RECIPE]
 
 
-def test_yocto_installs_and_packs_configuration_and_services(tmp_path):
+def test_yocto_installs_and_packs_what_debian_installs(tmp_path):
     step = re.search(r"do_install:append\(\) \{\n(.*?)\n\}", RECIPE.read_text(), re.DOTALL)[1]
     places = {"S": str(PROJECT), "D": str(tmp_path), "PATH": "/usr/bin:/bin", **AS_YOCTO}
     subprocess.run(["sh", "-euc", step], env=places, check=True)
-    assert installed_files(tmp_path) == {
-        "etc/kelvo/kelvo-pwr.conf",
-        "lib/systemd/system/kelvo-pwr.service",
-        "lib/systemd/system/kelvo-pwr-test.service",
-        "lib/systemd/system/kelvo-pwr-test.timer",
-        "usr/lib/tmpfiles.d/kelvo-pwr.conf",
-    }
+    assert installed_files(tmp_path) == installed_by_debian()
     assert (tmp_path / "var/lib/kelvo-pwr").is_dir()
     fields = yocto_fields()
     assert fields["CONFFILES:${PN}"] == "${sysconfdir}/kelvo/kelvo-pwr.conf"

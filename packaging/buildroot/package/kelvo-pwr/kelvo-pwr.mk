@@ -22,10 +22,15 @@ endef
 KELVO_PWR_POST_INSTALL_TARGET_HOOKS += KELVO_PWR_INSTALL_CONFIGURATION
 
 define KELVO_PWR_INSTALL_INIT_SYSTEMD
-	$(INSTALL) -D -m 0644 $(@D)/packaging/systemd/kelvo-pwr.service \
-		$(TARGET_DIR)/usr/lib/systemd/system/kelvo-pwr.service
+	$(INSTALL) -d -m 0755 $(TARGET_DIR)/usr/lib/systemd/system
+	$(INSTALL) -m 0644 $(@D)/packaging/systemd/kelvo-pwr.service \
+		$(@D)/packaging/systemd/kelvo-pwr-test.service \
+		$(@D)/packaging/systemd/kelvo-pwr-test.timer \
+		$(TARGET_DIR)/usr/lib/systemd/system
 	$(INSTALL) -D -m 0644 $(@D)/packaging/systemd/kelvo-pwr.tmpfiles \
 		$(TARGET_DIR)/usr/lib/tmpfiles.d/kelvo-pwr.conf
+	$(INSTALL) -D -m 0644 $(KELVO_PWR_PKGDIR)/50-kelvo-pwr.preset \
+		$(TARGET_DIR)/usr/lib/systemd/system-preset/50-kelvo-pwr.preset
 endef
 
 $(eval $(cmake-package))
