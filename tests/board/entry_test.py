@@ -5,20 +5,10 @@ import re
 import pytest
 
 from rig import LOCK, NO_RESULT_FILE, PROGRAM, SECOND, SEGMENT
+from status import ZERO_STATUS
 
 from guest.clock import now, sleep_until, wait_until
 from guest.process import Program
-
-ZERO_STATUS = {
-    "count": 0,
-    "missingPower": 0,
-    "batteryEmpty": 0,
-    "batteryBad": 0,
-    "testing": 0,
-    "runTest": 0,
-    "runTestNow": 0,
-    "duration": 0,
-}
 
 
 def assert_ends(daemon, stdout, stderr, status):

@@ -5,6 +5,8 @@ import subprocess
 from contextlib import ExitStack
 from pathlib import Path
 
+from status import fields
+
 from guest.board import wire
 from guest.lines import remove_chips
 from guest.process import Program, Result, run
@@ -111,10 +113,7 @@ class Rig:
 
     def status(self) -> dict[str, int]:
         """All eight fields, as the status client prints them."""
-        result = self.client("--status")
-        assert result.status == 0, result
-        lines = (line.split(" : ") for line in result.stdout.splitlines())
-        return {name.strip(): int(value) for name, value in lines}
+        return fields(self.client("--status"))
 
     def set_fields(self, **fields: int) -> None:
         """Writes to the shared records as another process can."""

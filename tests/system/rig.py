@@ -4,6 +4,8 @@ import shutil
 from contextlib import ExitStack
 from pathlib import Path
 
+from status import fields
+
 from guest.board import wire
 from guest.lines import remove_chips
 from guest.process import Program, Result, run
@@ -93,10 +95,7 @@ class Service:
 
     def status(self) -> dict[str, int]:
         """All eight fields, as the status client prints them."""
-        result = self.client("--status")
-        assert result.status == 0, result
-        lines = (line.split(" : ") for line in result.stdout.splitlines())
-        return {name.strip(): int(value) for name, value in lines}
+        return fields(self.client("--status"))
 
     def state(self) -> tuple[str, str]:
         return shown(UNIT, "ActiveState"), shown(UNIT, "Result")

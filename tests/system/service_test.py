@@ -18,6 +18,7 @@ from rig import (
     shown,
     systemctl,
 )
+from status import ZERO_STATUS
 
 from guest.board import wire
 from guest.clock import now, set_wall, sleep_until, wait_until, wall
@@ -26,16 +27,6 @@ from guest.process import Program, run
 
 PROJECT = Path(__file__).parent.parent.parent
 DAY = 24 * 3600
-ZERO_STATUS = {
-    "count": 0,
-    "missingPower": 0,
-    "batteryEmpty": 0,
-    "batteryBad": 0,
-    "testing": 0,
-    "runTest": 0,
-    "runTestNow": 0,
-    "duration": 0,
-}
 UP = [f"Starting {DESCRIPTION}...", f"Started {DESCRIPTION}.", NO_RESULT_FILE, "Start"]
 DOWN = [
     "Interrupted with signal: 15",
