@@ -10,11 +10,11 @@ import json
 import os
 import shutil
 import subprocess
-import traceback
 from pathlib import Path
 
 from guest import board
 from guest.debian_command import environment
+from guest.first_process import be_first_process, write_to_kernel_messages
 from guest.mounts import mount_own
 from guest.system_calls import enter_root, mount, power_off, set_timer_slack
 
@@ -39,10 +39,7 @@ def main() -> None:
     task = json.loads(Path(scratch, "task.json").read_text())
     enter_root(lay_over(task["root"]))
     mount_own()
-    # What goes wrong from here on shows among the kernel's messages.
-    messages = os.open("/dev/kmsg", os.O_WRONLY)
-    os.dup2(messages, 1)
-    os.dup2(messages, 2)
+    write_to_kernel_messages()
     for source, folder in ("/", Path("/host")), (library, _LIBRARY):
         folder.mkdir(parents=True)
         mount("none", str(folder), "hostfs", options=source, read_only=True)
@@ -104,9 +101,4 @@ def prepare(task: dict) -> None:
 
 
 if __name__ == "__main__":
-    try:
-        main()
-    except BaseException:
-        traceback.print_exc()
-    finally:
-        power_off()
+    be_first_process(main)

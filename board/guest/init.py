@@ -12,13 +12,13 @@ import os
 import socket
 import struct
 import sys
-import traceback
 from pathlib import Path
 
 from guest import board
 from guest.command import TooLong, run_command, run_on_terminal
+from guest.first_process import be_first_process, write_to_kernel_messages
 from guest.mounts import mount_from_host, mount_own
-from guest.system_calls import power_off, set_timer_slack
+from guest.system_calls import set_timer_slack
 
 _HOME, _TEMPORARY = Path("/run/home"), Path("/run/tmp")
 
@@ -32,10 +32,7 @@ def main() -> None:
     # Read now, because the board's own file systems may hide the folder.
     task = json.loads((scratch / "task.json").read_text())
     mount_own()
-    # What goes wrong from here on shows among the kernel's messages.
-    messages = os.open("/dev/kmsg", os.O_WRONLY)
-    os.dup2(messages, 1)
-    os.dup2(messages, 2)
+    write_to_kernel_messages()
     mount_from_host(scratch, [Path(library).parent, Path(task["directory"])])
     set_environment(task["environment"], library)
     start_loopback()
@@ -81,9 +78,4 @@ def run(task: dict, scratch: Path) -> dict:
 
 
 if __name__ == "__main__":
-    try:
-        main()
-    except BaseException:
-        traceback.print_exc()
-    finally:
-        power_off()
+    be_first_process(main)
