@@ -10,7 +10,7 @@ from typing import Callable
 
 
 def kept(name: str, make: Callable[[Path], Path]) -> Path:
-    """The file or folder of this name; made first if it is missing.
+    """The file or folder of this name, which ends in a key; made first if it is missing.
 
     `make` gets an empty folder to work in and returns what is to be kept, which is in it.
     The folder stays only when making fails, for a look at what went wrong.
@@ -18,7 +18,7 @@ def kept(name: str, make: Callable[[Path], Path]) -> Path:
     cache = Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache") / "kelvo-board"
     result = cache / name
     if not result.exists():
-        kind = name.split("-")[0]
+        kind, _ = name.rsplit("-", 1)
         cache.mkdir(parents=True, exist_ok=True)
         with open(cache / f"{kind}.lock", "w") as lock:
             _wait_for(lock, kind)

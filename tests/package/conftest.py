@@ -6,7 +6,8 @@ from pathlib import Path
 
 import pytest
 
-sys.path.insert(0, str(Path(__file__).parent))
+HERE = Path(__file__).parent
+sys.path[:0] = [str(HERE), str(HERE.parent.parent / "board")]
 
 from debian_root import Root, base_system, leave_mount_namespace, require_root  # noqa: E402
 
@@ -42,7 +43,7 @@ def base(mounts, deb):
     depends = subprocess.run(
         ["dpkg-deb", "--field", deb, "Depends"], capture_output=True, text=True, check=True
     ).stdout
-    return base_system("install", [re.match(r"[^ |]+", one)[0] for one in depends.split(", ")])
+    return base_system("package-root", [re.match(r"[^ |]+", one)[0] for one in depends.split(", ")])
 
 
 @pytest.fixture

@@ -5,15 +5,15 @@ mount namespace of this process takes away with it.
 """
 
 import ctypes
-import fcntl
-import hashlib
 import os
-import shutil
 import subprocess
 from pathlib import Path
 from typing import Optional, Sequence
 
 import pytest
+
+from host.debootstrap import debian_root, environment, this_release
+from host.problems import Unavailable
 
 _CLONE_NEWNS = 0x20000
 
@@ -22,8 +22,6 @@ def require_root() -> None:
     """Skips the test where it cannot make mounts of its own."""
     if os.geteuid() != 0:
         pytest.skip("a Debian system of its own takes root")
-    if not shutil.which("debootstrap"):
-        pytest.skip("debootstrap is not installed")
 
 
 def leave_mount_namespace() -> None:
@@ -58,63 +56,24 @@ class Root:
 
 
 def in_root(path: Path, argv: Sequence, env: Optional[dict] = None) -> subprocess.CompletedProcess:
-    environment = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C.UTF-8", **(env or {})}
-    environment["DEBIAN_FRONTEND"] = "noninteractive"
-    # As apt and debootstrap outside.
-    environment |= {k: v for k, v in os.environ.items() if k.endswith("_proxy")}
+    own = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C.UTF-8", **(env or {})}
+    own["DEBIAN_FRONTEND"] = "noninteractive"
+    proxies = {name: value for name, value in environment().items() if name.endswith("_proxy")}
     return subprocess.run(
         ["chroot", str(path), *map(str, argv)],
         stdin=subprocess.DEVNULL,
         capture_output=True,
         text=True,
-        env=environment,
+        env={**own, **proxies},
     )
 
 
-def base_system(name: str, packages: Sequence[str], finish=None, recipe: str = "") -> Path:
-    """The folder of a base system of the host's release with these packages.
-
-    `finish` is called with the folder of one that is being made; `recipe` names what it does.
-    """
-    ingredients = repr((_release(), sorted(packages), recipe))
-    key = hashlib.sha256(ingredients.encode()).hexdigest()[:16]
-    cache = Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache") / "kelvo-package"
-    cache.mkdir(parents=True, exist_ok=True)
-    kept = cache / f"{name}-{key}"
-    with open(cache / f"{name}.lock", "w") as lock:
-        fcntl.flock(lock, fcntl.LOCK_EX)
-        if not kept.exists():
-            unfinished = cache / f"{name}-unfinished"
-            shutil.rmtree(unfinished, ignore_errors=True)
-            _bootstrap(unfinished, packages)
-            if finish:
-                finish(unfinished)
-            unfinished.rename(kept)
-    return kept
-
-
-def _bootstrap(folder: Path, packages: Sequence[str]) -> None:
-    include = [f"--include={','.join(sorted(packages))}"] if packages else []
-    _run("debootstrap", "--variant=minbase", *include, _release(), str(folder), _mirror())
-
-
-def _release() -> str:
-    text = Path("/etc/os-release").read_text()
-    return dict(line.split("=", 1) for line in text.splitlines() if "=" in line)[
-        "VERSION_CODENAME"
-    ]
-
-
-def _mirror() -> str:
-    """Where apt gets this release from."""
-    wanted = f"|Debian|{_release()}|main"
-    targets = _run(
-        "apt-get", "indextargets", "--format", "$(SITE)|$(LABEL)|$(CODENAME)|$(COMPONENT)",
-        "Created-By: Packages",
-    )  # fmt: skip
-    found = [line for line in targets.splitlines() if line.endswith(wanted)]
-    assert found, f"apt has no index of {_release()}; apt-get update gets it:\n{targets}"
-    return found[0].removesuffix(wanted)
+def base_system(name: str, packages: Sequence[str], **more) -> Path:
+    """The folder of a system of the host's release; `more` is as for `debian_root`."""
+    try:
+        return debian_root(name, this_release(), packages, **more)
+    except Unavailable as reason:
+        pytest.skip(str(reason))
 
 
 def _run(*argv: str) -> str:

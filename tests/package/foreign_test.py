@@ -62,7 +62,8 @@ def cross_base(mounts):
     control = (PROJECT / "debian" / "control").read_text()
     build_depends = re.search(r"^Build-Depends:\n((?: .*\n)+)", control, re.MULTILINE)[1]
     packages = ["build-essential", "qemu-user-static"]
-    return base_system("cross", packages, add_machines, repr((build_depends, MACHINES)))
+    recipe = repr((build_depends, MACHINES))
+    return base_system("cross-root", packages, finish=add_machines, recipe=recipe)
 
 
 @pytest.fixture(scope="session", params=MACHINES, ids=lambda machine: machine.name)
