@@ -2,9 +2,9 @@
 
 import re
 import subprocess
-from pathlib import Path
 
-PROJECT = Path(__file__).parent.parent.parent
+from pages import PROJECT
+
 OVERLAY = PROJECT / "packaging/devicetree/kelvo-pwr-lines.dts"
 BOARD = """
 /dts-v1/;

@@ -11,11 +11,11 @@ from pathlib import Path
 
 import pytest
 
+from pages import PROJECT
 from rig import DROP_INS, UNIT, Service, systemctl
 
 from guest.process import run
 
-PROJECT = Path(__file__).parent.parent.parent
 PROBE = Path(__file__).parent / "probe.py"
 UNIT_FILE = Path("/usr/lib/systemd/system") / UNIT
 PAGE = PROJECT / "docs/sandbox.md"

@@ -5,6 +5,7 @@ from pathlib import Path
 
 import pytest
 
+from pages import PROJECT
 from rig import (
     CONFIGURATION,
     DESCRIPTION,
@@ -25,7 +26,6 @@ from guest.clock import now, set_wall, sleep_until, wait_until, wall
 from guest.lines import remove_chips
 from guest.process import Program, run
 
-PROJECT = Path(__file__).parent.parent.parent
 DAY = 24 * 3600
 UP = [f"Starting {DESCRIPTION}...", f"Started {DESCRIPTION}.", NO_RESULT_FILE, "Start"]
 DOWN = [

@@ -10,7 +10,8 @@ from typing import NamedTuple
 
 import pytest
 
-PROJECT = Path(__file__).parent.parent.parent
+from pages import PROJECT
+
 HERE = Path(__file__).parent.relative_to(PROJECT)
 COMMAND_UNIT = "board-command.service - The one command of this board"
 SERVICE = "kelvo-pwr.service - AC power and backup battery supervision"
