@@ -81,6 +81,7 @@ def add_own_files(scratch: str) -> None:
     (_OWN / "scratch-on-host").write_text(scratch)
     Path("/etc/machine-id").write_text(f"{1:032x}\n")
     Path("/etc/hostname").write_text("board\n")
+    Path("/etc/hosts").write_text("127.0.0.1 localhost\n127.0.1.1 board\n")
 
 
 def prepare(task: dict) -> None:

@@ -1,8 +1,10 @@
 """The root file system of a Debian for the board."""
 
+import subprocess
 from pathlib import Path
 
-from host.debootstrap import debian_root
+from host.debootstrap import debian_root, environment
+from host.problems import Unavailable
 
 _PACKAGES = (
     # What a small board has.
@@ -17,7 +19,26 @@ _PACKAGES = (
     # What the tests inside are written with.
     "python3-pytest",
 )
+# What apt can install inside, without a network.
+_FOR_LATER = ("curl", "nut-server", "prometheus-node-exporter")
+
 
 def debian() -> Path:
     """The folder with the root; made first unless it is kept."""
-    return debian_root("system-root", "bookworm", _PACKAGES)
+    recipe = " ".join(_FOR_LATER)
+    return debian_root("system-root", "bookworm", _PACKAGES, finish=_fetch, recipe=recipe)
+
+
+def _fetch(root: Path) -> None:
+    """Has the root's own apt keep packages for later."""
+    command = ["chroot", root, "apt-get", "install", "--yes", "--download-only", *_FOR_LATER]
+    done = subprocess.run(
+        [*command, "--no-install-recommends"],
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        env=environment(),
+    )
+    if done.returncode != 0:
+        raise Unavailable(f"packages cannot be fetched:\n{done.stdout}")

@@ -1,0 +1,58 @@
+"""docs/monitoring.md, followed on the board: the tools under systemd, each in its own service."""
+
+from pathlib import Path
+
+import pytest
+
+from owner import Owner
+from pages import PROJECT, blocks
+from rig import systemctl
+
+from guest.clock import wait_until
+from guest.process import run
+
+PROMETHEUS, *_ = blocks("monitoring.md", "Prometheus")
+NUT, *_ = blocks("monitoring.md", "Network UPS Tools")
+METRICS = Path("/var/lib/prometheus/node-exporter/kelvo_pwr.prom")
+
+
+@pytest.fixture
+def owner(tmp_path, service):
+    service.start()
+    return Owner(tmp_path)
+
+
+def test_prometheus(service, owner):
+    *setup, scrape = PROMETHEUS
+    for command in setup:
+        owner.run(command, PROJECT)
+
+    def scraped_when(sample, within):
+        wait_until(lambda: METRICS.exists() and sample in METRICS.read_text(), within)
+        return owner.run(scrape, PROJECT).stdout
+
+    metrics = scraped_when("kelvo_pwr_up 1\n", within=5)
+    assert "\nkelvo_pwr_power_missing 0\n" in metrics
+    service.board.ac(False)
+    metrics = scraped_when("kelvo_pwr_power_missing 1\n", within=17)
+    assert "\nkelvo_pwr_power_missing 1\n" in metrics
+
+
+def test_network_ups_tools(service, owner):
+    *setup, look = NUT
+    for command in setup:
+        owner.run(command, PROJECT)
+
+    def wait_for(status, within):
+        wait_until(lambda: status in run(look.split()).stdout, within, step=2)
+
+    wait_for("ups.status: OL\n", within=60)
+    said = owner.run(look, PROJECT).stdout
+    assert "ups.test.result: Battery is good, or not tested yet\n" in said
+    service.board.ac(False)
+    wait_for("ups.status: OB\n", within=10)
+    service.board.battery(False)
+    wait_for("ups.status: OB LB\n", within=10)
+    # As at the next boot: nothing that belongs to other machines.
+    systemctl("start", "nut.target")
+    assert systemctl("is-active", "nut-monitor").stdout == "inactive\n"
