@@ -7,7 +7,7 @@ from pathlib import Path
 import pytest
 
 HERE = Path(__file__).parent
-sys.path[:0] = [str(HERE), str(HERE.parent.parent / "board")]
+sys.path[:0] = map(str, (HERE, HERE.parent / "system", HERE.parent.parent / "board"))
 
 from debian_root import Root, base_system, leave_mount_namespace, require_root  # noqa: E402
 

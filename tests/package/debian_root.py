@@ -8,7 +8,7 @@ import ctypes
 import os
 import subprocess
 from pathlib import Path
-from typing import Optional, Sequence
+from typing import Sequence
 
 import pytest
 
@@ -50,14 +50,17 @@ class Root:
     def __exit__(self, *_) -> None:
         _run("umount", "--recursive", str(self.path.parent))
 
-    def run(self, *argv, env: Optional[dict] = None) -> subprocess.CompletedProcess:
+    def run(self, *argv) -> subprocess.CompletedProcess:
         """Runs a command in it, without input; its status is the caller's affair."""
-        return in_root(self.path, argv, env)
+        return in_root(self.path, argv)
 
 
-def in_root(path: Path, argv: Sequence, env: Optional[dict] = None) -> subprocess.CompletedProcess:
-    own = {"PATH": "/usr/sbin:/usr/bin:/sbin:/bin", "LC_ALL": "C.UTF-8", **(env or {})}
-    own["DEBIAN_FRONTEND"] = "noninteractive"
+def in_root(path: Path, argv: Sequence) -> subprocess.CompletedProcess:
+    own = {
+        "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
+        "LC_ALL": "C.UTF-8",
+        "DEBIAN_FRONTEND": "noninteractive",
+    }
     proxies = {name: value for name, value in environment().items() if name.endswith("_proxy")}
     return subprocess.run(
         ["chroot", str(path), *map(str, argv)],

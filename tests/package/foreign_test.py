@@ -13,8 +13,11 @@ from typing import NamedTuple
 import pytest
 
 from debian_root import Root, base_system, in_root
+from pages import blocks
 
 PROJECT = Path(__file__).parent.parent.parent
+((*PREPARE, BUILD),) = blocks("installation.md", "Cross-building")
+APT = 'APT::Get::Assume-Yes "true";\nAPT::Install-Recommends "false";\n'
 NO_RESULT_FILE = "Cant read timestamp conf\n"
 
 
@@ -31,29 +34,29 @@ MACHINES = [
 ]
 
 
-def succeed(path, *argv, **env):
-    result = in_root(path, argv, env)
+def succeed(path, *argv):
+    result = in_root(path, argv)
     assert result.returncode == 0, result.stdout[-3000:] + result.stderr[-3000:]
     return result.stdout
 
 
+def follow(path, machine, *commands):
+    """What the page says for arm64, in the folder of the sources."""
+    for command in commands:
+        command = command.replace("arm64", machine.name)
+        succeed(path, "sh", "-ec", f"cd /build/kelvo-pwr; {command}")
+
+
 def add_machines(path):
     """Compilers, and what the package is built from, for each of the machines."""
-    for machine in MACHINES:
-        succeed(path, "dpkg", "--add-architecture", machine.name)
-    succeed(path, "apt-get", "update")
-    install = ["apt-get", "install", "--yes", "--no-install-recommends"]
-    succeed(path, *install, *(f"crossbuild-essential-{machine.name}" for machine in MACHINES))
-    (path / "source/debian").mkdir(parents=True)
+    (path / "etc/apt/apt.conf.d/own").write_text(APT)
+    sources = path / "build/kelvo-pwr/debian"
+    sources.mkdir(parents=True)
     for name in ("control", "changelog"):
-        shutil.copy(PROJECT / "debian" / name, path / "source/debian" / name)
+        shutil.copy(PROJECT / "debian" / name, sources / name)
     for machine in MACHINES:
-        succeed(
-            path,
-            *("sh", "-c", f'cd /source && "$@" -a {machine.name} -Pcross,nocheck .', "sh"),
-            *("apt-get", "build-dep", "--yes", "--no-install-recommends"),
-        )
-    shutil.rmtree(path / "source")
+        follow(path, machine, *PREPARE)
+    shutil.rmtree(path / "build")
     succeed(path, "apt-get", "clean")
 
 
@@ -62,7 +65,7 @@ def cross_base(mounts):
     control = (PROJECT / "debian" / "control").read_text()
     build_depends = re.search(r"^Build-Depends:\n((?: .*\n)+)", control, re.MULTILINE)[1]
     packages = ["build-essential", "qemu-user-static"]
-    recipe = repr((build_depends, MACHINES))
+    recipe = repr((build_depends, MACHINES, PREPARE, APT))
     return base_system("cross-root", packages, finish=add_machines, recipe=recipe)
 
 
@@ -80,8 +83,7 @@ class Foreign:
         folder.mkdir(parents=True)
         unpacking = ["tar", "--extract", "--strip-components=1", "--file", source]
         subprocess.run([*unpacking, "--directory", folder], check=True)
-        build = f"cd /build/kelvo-pwr && dpkg-buildpackage -a {machine.name} -Pcross,nocheck"
-        succeed(root.path, "sh", "-c", f"{build} -us -uc -b", DEB_BUILD_OPTIONS="nocheck")
+        follow(root.path, machine, BUILD)
         (self.deb,) = (root.path / "build").glob(f"kelvo-pwr_*_{machine.name}.deb")
         subprocess.run(["dpkg-deb", "--extract", self.deb, root.path / "installed"], check=True)
         self.program = "/installed/usr/sbin/kelvo-pwr"
