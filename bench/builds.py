@@ -1,0 +1,57 @@
+"""The programs to be measured, built now from this checkout."""
+
+import os
+import re
+import subprocess
+from pathlib import Path
+from typing import Sequence
+
+from problems import CannotMeasure
+from programs import BARE, BARE_STATIC, DEFAULT, EMPTY, NUT, SMALL, TRUE
+
+_ROOT = Path(__file__).parent.parent
+_RELEASE, _SMALL = _ROOT / "build" / "release", _ROOT / "build" / "small"
+_TOOLS = _ROOT / "tests" / "contrib" / "tools"
+
+_COMPARED = ("bare_loop", "bare_loop_static", "empty_program")
+
+SEGMENT_TOOL = _RELEASE / "tests" / "board" / "segment_tool"
+
+
+def build() -> dict[str, str]:
+    """The paths of all programs; NUT's is empty where it has not been fetched."""
+    _cmake("release", ["kelvo-pwr", "segment_tool", *_COMPARED], ["-DKELVO_BENCH=ON"])
+    _cmake("small", ["kelvo-pwr"])
+    paths = {
+        DEFAULT: _RELEASE / "kelvo-pwr",
+        SMALL: _SMALL / "kelvo-pwr",
+        BARE: _RELEASE / "bench" / "bare_loop",
+        BARE_STATIC: _RELEASE / "bench" / "bare_loop_static",
+        EMPTY: _RELEASE / "bench" / "empty_program",
+        TRUE: Path("/bin/true"),
+    }
+    libraries = _libraries(paths[DEFAULT])
+    for program in (BARE, EMPTY):
+        if _libraries(paths[program]) != libraries:
+            raise CannotMeasure(f"{program} does not have the libraries of {DEFAULT}")
+    tools = subprocess.run([_TOOLS], stdout=subprocess.PIPE, text=True)
+    return {**{name: str(path) for name, path in paths.items()}, NUT: tools.stdout.strip()}
+
+
+def stripped_kilobytes(program: str, folder: Path) -> float:
+    copy = folder / "stripped"
+    subprocess.run(["strip", "-o", copy, program], check=True)
+    return copy.stat().st_size / 1000
+
+
+def _cmake(preset: str, targets: Sequence[str], settings: Sequence[str] = ()) -> None:
+    quiet = {"stdout": subprocess.DEVNULL, "cwd": _ROOT, "check": True}
+    subprocess.run(["cmake", "--preset", preset, *settings], **quiet)
+    jobs = str(len(os.sched_getaffinity(0)))
+    build = ["cmake", "--build", "--preset", preset, "--parallel", jobs]
+    subprocess.run([*build, "--target", *targets], **quiet)
+
+
+def _libraries(program: Path) -> set[str]:
+    listing = subprocess.run(["ldd", program], stdout=subprocess.PIPE, text=True, check=True)
+    return set(re.findall(r"=> (\S+)", listing.stdout))

@@ -1,0 +1,28 @@
+"""The names of the figures, and what is aimed at."""
+
+from figures import Goal
+from programs import BARE, DEFAULT, EMPTY, OVERDUE, SMALL, TRUE
+
+WAKE_UPS = "wake-ups per minute"
+CALLS = "system calls per second"
+MEMORY = "resident memory"
+CPU = "CPU time per minute"
+START = "start"
+STATUS = "status client"
+FALL = "AC power back after a falling battery line, worst"
+SIZE = "executable, stripped"
+
+GOALS = [
+    Goal(WAKE_UPS, DEFAULT, 60),
+    Goal(WAKE_UPS, SMALL, 60),
+    Goal(CALLS, DEFAULT, 2),
+    Goal(CALLS, SMALL, 2),
+    Goal(CALLS, OVERDUE, 3),
+    Goal(MEMORY, DEFAULT, 1.05, times=BARE),
+    Goal(MEMORY, SMALL, 2000),
+    Goal(CPU, DEFAULT, 1.2, times=BARE),
+    Goal(START, DEFAULT, 2, times=EMPTY),
+    Goal(STATUS, DEFAULT, 1.5, times=EMPTY),
+    Goal(STATUS, SMALL, 1.5, times=TRUE),
+    Goal(FALL, DEFAULT, 100),
+]

@@ -1,0 +1,98 @@
+"""On the board, in real time: what programs take while nothing happens.
+
+idle.py TASK: paths of the programs, number of rounds, seconds of a window, as JSON. Leaves
+`result.json` in the folder that outlives the board.
+"""
+
+import json
+import os
+import signal
+import sys
+import tempfile
+import time
+from contextlib import ExitStack
+from pathlib import Path
+
+from accounts import Switches
+from calls import per_second
+from goals import CALLS, CPU, MEMORY, WAKE_UPS
+from guest.lines import PWR_IN, remove_chips
+from nut import Nut
+from processes import end, family, resident_kilobytes, spawn
+from programs import BARE, BARE_STATIC, DEFAULT, MINIMAL, NUT, OVERDUE, PYTHON, SHELL, SMALL
+from supply import Supply, apart
+
+_HERE = Path(__file__).parent
+_NUT_PORT = 3493
+# Until what a start leaves to do is done.
+_SETTLE_SECONDS = 5
+
+
+def command_lines(paths: dict[str, str], folder: Path) -> dict[str, list[str]]:
+    """Each with lines of its own."""
+    default, small = paths[DEFAULT], paths[SMALL]
+    later = (time.localtime().tm_hour + 12) % 24
+    overdue = [f"--test.hour={later}", "--test.init.disable=0"]
+    lines = map(Supply, range(8))
+    battery = "--test.battery=true"
+    return {
+        DEFAULT: apart(next(lines).daemon(default, folder, battery)),
+        OVERDUE: apart(next(lines).daemon(default, folder, battery, *overdue, tested=False)),
+        MINIMAL: apart(next(lines).daemon(default, folder)),
+        SMALL: apart(next(lines).daemon(small, folder, battery)),
+        BARE: [paths[BARE], next(lines).name(PWR_IN)],
+        BARE_STATIC: [paths[BARE_STATIC], next(lines).name(PWR_IN)],
+        PYTHON: ["/usr/bin/python3", str(_HERE / "python_loop.py"), next(lines).chip.device, "0"],
+        SHELL: [str(_HERE / "shell_loop"), next(lines).chip.device, "0"],
+    }
+
+
+def start(open_now: ExitStack, paths: dict[str, str], folder: Path) -> dict[str, list[int]]:
+    """The processes of each program; they end with `open_now`."""
+    remove_chips()
+    started = {}
+    for name, argv in command_lines(paths, folder).items():
+        process = spawn(argv)
+        open_now.callback(end, process, signal.SIGTERM)
+        started[name] = [process]
+    if paths[NUT]:
+        scratch = open_now.enter_context(tempfile.TemporaryDirectory())
+        nut = open_now.enter_context(Nut(Path(paths[NUT]), Path(scratch) / "nut", _NUT_PORT))
+        nut.serve()
+        nut.monitor()
+        started[NUT] = [process.pid for process in nut.processes]
+    time.sleep(_SETTLE_SECONDS)
+    return {name: sorted(set().union(*map(family, pids))) for name, pids in started.items()}
+
+
+def measure(paths: dict[str, str], seconds: float, folder: Path) -> dict[str, dict[str, float]]:
+    """One round: a window for the accounts and one for the system calls."""
+    with ExitStack() as open_now:
+        groups = start(open_now, paths, folder)
+        owners = {pid: name for name, pids in groups.items() for pid in pids}
+        with Switches() as switches:
+            begin = time.monotonic()
+            time.sleep(seconds)
+            accounts = switches.accounts(owners)
+            minutes = (time.monotonic() - begin) / 60
+        return {
+            WAKE_UPS: {name: one.sleeps / minutes for name, one in accounts.items()},
+            CPU: {name: one.cpu_seconds * 1000 / minutes for name, one in accounts.items()},
+            MEMORY: {name: sum(map(resident_kilobytes, pids)) for name, pids in groups.items()},
+            CALLS: per_second(groups, seconds, folder),
+        }
+
+
+def main() -> None:
+    task = json.loads(sys.argv[1])
+    folder = Path(os.environ["BOARD_OUTPUT"])
+    # Once for nothing, so that every round finds the same files in the kernel's memory.
+    measure(task["paths"], 1, folder)
+    rounds = []
+    for number in range(task["rounds"]):
+        print(f"idle: round {number + 1} of {task['rounds']}", file=sys.stderr, flush=True)
+        rounds.append(measure(task["paths"], task["window"], folder))
+    (folder / "result.json").write_text(json.dumps(rounds))
+
+
+main()

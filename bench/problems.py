@@ -1,0 +1,5 @@
+"""Why something is not measured."""
+
+
+class CannotMeasure(Exception):
+    """The text says why."""

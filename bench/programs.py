@@ -1,0 +1,13 @@
+"""What is measured, by the names that the tables have for it."""
+
+DEFAULT = "kelvo-pwr"
+SMALL = "kelvo-pwr, small build"
+MINIMAL = "kelvo-pwr, minimal server"
+OVERDUE = "kelvo-pwr, a test overdue"
+BARE = "bare loop"
+BARE_STATIC = "bare loop, static"
+EMPTY = "empty program"
+TRUE = "/bin/true"
+PYTHON = "Python loop"
+SHELL = "shell loop"
+NUT = "NUT, simulated UPS"

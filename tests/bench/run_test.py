@@ -1,0 +1,46 @@
+"""A short run: everything is measured, everything is ended."""
+
+import json
+import os
+import subprocess
+from pathlib import Path
+
+import pytest
+
+from goals import CALLS, CPU, FALL, GOALS, MEMORY, SIZE, START, STATUS, WAKE_UPS
+from host.children import adopt_orphans
+from programs import DEFAULT
+
+ROOT = Path(__file__).parent.parent.parent
+
+SHORT = ["--rounds", "2", "--window", "4", "--starts", "2", "--falls", "20"]
+
+
+def test_a_short_run(tmp_path):
+    # What it leaves behind becomes our child.
+    adopt_orphans()
+    done = subprocess.run(
+        [ROOT / "bench" / "run", *SHORT, "--output", tmp_path], stdout=subprocess.PIPE, text=True
+    )
+    if done.returncode == 77:
+        pytest.skip("this machine cannot measure")
+    assert done.returncode in (0, 1), done
+    with pytest.raises(ChildProcessError):
+        os.waitpid(-1, os.WNOHANG)
+    results = json.loads((tmp_path / "results.json").read_text())
+    assert set(results) == {CALLS, CPU, FALL, MEMORY, SIZE, START, STATUS, WAKE_UPS}
+    for figure, programs in results.items():
+        assert DEFAULT in programs
+        rounds = 1 if figure in (FALL, SIZE) else 2
+        for program, values in programs.items():
+            assert len(values) == rounds, (figure, program)
+            assert min(values) > 0, (figure, program)
+    # That one wakes up once a second and makes two calls does not depend on the machine.
+    assert round(results[WAKE_UPS][DEFAULT][0] / 60) == 1
+    assert round(results[CALLS][DEFAULT][0]) == 2
+    lines = done.stdout.splitlines()
+    verdicts = [line for line in lines if line.endswith(("reached", "MISSED"))]
+    assert len(verdicts) == len(GOALS)
+    assert (done.returncode == 0) == all(line.endswith("reached") for line in verdicts)
+    assert (tmp_path / "cost.svg").read_text().startswith("<svg ")
+    assert any(line.startswith(f"| {DEFAULT} |") for line in (tmp_path / "cost.md").open())
