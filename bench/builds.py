@@ -13,8 +13,9 @@ _ROOT = Path(__file__).parent.parent
 _RELEASE, _SMALL = _ROOT / "build" / "release", _ROOT / "build" / "small"
 _TOOLS = _ROOT / "tests" / "contrib" / "tools"
 
-_COMPARED = ("bare_loop", "bare_loop_static", "empty_program")
+_COMPARED = ("bare_loop", "bare_loop_static", "empty_program", "stand_in")
 
+STAND_IN = _RELEASE / "bench" / "libstand_in.so"
 SEGMENT_TOOL = _RELEASE / "tests" / "board" / "segment_tool"
 
 

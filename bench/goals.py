@@ -6,7 +6,8 @@ from programs import BARE, DEFAULT, EMPTY, OVERDUE, SMALL, TRUE
 WAKE_UPS = "wake-ups per minute"
 CALLS = "system calls per second"
 MEMORY = "resident memory"
-CPU = "CPU time per minute"
+CPU = "CPU time per minute, on the board"
+OWN_CPU = "CPU time per minute, on this machine"
 START = "start"
 STATUS = "status client"
 FALL = "AC power back after a falling battery line, worst"
@@ -21,6 +22,7 @@ GOALS = [
     Goal(MEMORY, DEFAULT, 1.05, times=BARE),
     Goal(MEMORY, SMALL, 2000),
     Goal(CPU, DEFAULT, 1.2, times=BARE),
+    Goal(OWN_CPU, DEFAULT, 1.2, times=BARE),
     Goal(START, DEFAULT, 2, times=EMPTY),
     Goal(STATUS, DEFAULT, 1.5, times=EMPTY),
     Goal(STATUS, SMALL, 1.5, times=TRUE),

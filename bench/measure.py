@@ -34,6 +34,7 @@ def measure(paths: dict[str, str], extent: Extent) -> Results:
     start_seconds = extent.rounds * extent.starts * 4 * _START_SECONDS + _SPARE_SECONDS
     rounds = [
         *status_rounds(task),
+        *on_host("cpu.py", task),
         *on_board("start.py", task, start_seconds),
         *on_board("idle.py", task, idle_seconds),
     ]

@@ -4,7 +4,7 @@ from pathlib import Path
 
 from chart import chart
 from figures import Figure, judge
-from goals import CALLS, CPU, FALL, GOALS, MEMORY, SIZE, START, STATUS, WAKE_UPS
+from goals import CALLS, CPU, FALL, GOALS, MEMORY, OWN_CPU, SIZE, START, STATUS, WAKE_UPS
 from measure import Results
 from table import goal_rows, markdown, plain, program_rows
 
@@ -14,6 +14,7 @@ _SHOWN = {
     WAKE_UPS: ("", 0),
     CALLS: ("", 1),
     CPU: ("ms", 1),
+    OWN_CPU: ("ms", 2),
     START: ("ms", 1),
     STATUS: ("ms", 2),
     FALL: ("ms", 1),

@@ -82,4 +82,5 @@ def main() -> None:
     (folder / "result.json").write_text(json.dumps(rounds))
 
 
-main()
+if __name__ == "__main__":
+    main()

@@ -7,7 +7,7 @@ from pathlib import Path
 
 import pytest
 
-from goals import CALLS, CPU, FALL, GOALS, MEMORY, SIZE, START, STATUS, WAKE_UPS
+from goals import CALLS, CPU, FALL, GOALS, MEMORY, OWN_CPU, SIZE, START, STATUS, WAKE_UPS
 from host.children import adopt_orphans
 from programs import DEFAULT
 
@@ -28,7 +28,7 @@ def test_a_short_run(tmp_path):
     with pytest.raises(ChildProcessError):
         os.waitpid(-1, os.WNOHANG)
     results = json.loads((tmp_path / "results.json").read_text())
-    assert set(results) == {CALLS, CPU, FALL, MEMORY, SIZE, START, STATUS, WAKE_UPS}
+    assert set(results) == {CALLS, CPU, FALL, MEMORY, OWN_CPU, SIZE, START, STATUS, WAKE_UPS}
     for figure, programs in results.items():
         assert DEFAULT in programs
         rounds = 1 if figure in (FALL, SIZE) else 2

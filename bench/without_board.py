@@ -1,0 +1,53 @@
+"""On this machine's own kernel: programs with stand-ins for the lines, apart from its own."""
+
+import signal
+import subprocess
+import time
+from contextlib import contextmanager
+from pathlib import Path
+from typing import Iterator, Sequence
+
+from builds import STAND_IN
+from processes import end, spawn
+
+SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
+_LONGEST_START_SECONDS = 10
+
+
+def hide_lock() -> None:
+    """Mounts a /run of our own; our /dev/shm is that already."""
+    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/run"], check=True)
+
+
+@contextmanager
+def running(argv: Sequence[str], simulated_time: bool = False) -> Iterator[int]:
+    environment = {"LD_PRELOAD": str(STAND_IN)}
+    if simulated_time:
+        environment.update(TIME_IS_SIMULATED="1", TZ="UTC")
+    process = spawn(argv, environment)
+    try:
+        yield process
+    finally:
+        end(process, signal.SIGKILL)
+
+
+@contextmanager
+def daemon(program: str, folder: Path, simulated_time: bool = False) -> Iterator[int]:
+    """A full server that is in its loop."""
+    conf = folder / "conf"
+    conf.write_text(f"test.battery=true\nsys.save.path={folder}/result\n")
+    with running([program, "-c", str(conf)], simulated_time) as process:
+        begin = time.monotonic()
+        while not SEGMENT.exists() or count(program) == 0:
+            if time.monotonic() - begin > _LONGEST_START_SECONDS:
+                raise RuntimeError("the daemon does not count")
+            time.sleep(0.1)
+        yield process
+
+
+def count(program: str) -> int:
+    client = subprocess.run(
+        [program, "--status"], stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True
+    )
+    first = client.stdout.partition("\n")[0]
+    return int(first.split(":")[1]) if client.returncode == 0 else 0
