@@ -13,15 +13,15 @@ _ROOT = Path(__file__).parent.parent
 _RELEASE, _SMALL = _ROOT / "build" / "release", _ROOT / "build" / "small"
 _TOOLS = _ROOT / "tests" / "contrib" / "tools"
 
-_COMPARED = ("bare_loop", "bare_loop_static", "empty_program", "stand_in")
+_COMPARED = ("bare_loop", "bare_loop_static", "empty_program")
 
-STAND_IN = _RELEASE / "bench" / "libstand_in.so"
+STAND_IN = _RELEASE / "tests" / "host" / "libstand_in.so"
 SEGMENT_TOOL = _RELEASE / "tests" / "board" / "segment_tool"
 
 
 def build() -> dict[str, str]:
     """The paths of all programs; NUT's is empty where it has not been fetched."""
-    _cmake("release", ["kelvo-pwr", "segment_tool", *_COMPARED], ["-DKELVO_BENCH=ON"])
+    _cmake("release", ["kelvo-pwr", "segment_tool", "stand_in", *_COMPARED], ["-DKELVO_BENCH=ON"])
     _cmake("small", ["kelvo-pwr"])
     paths = {
         DEFAULT: _RELEASE / "kelvo-pwr",

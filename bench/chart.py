@@ -60,4 +60,7 @@ def _limits(goals: Sequence[Goal], program: str, values: dict[str, float]) -> li
 
 def _mark(y: int, share: float) -> str:
     x = round(_LEFT + share * _BAR, 1)
-    return f'<line x1="{x}" x2="{x}" y1="{y - 2}" y2="{y + _ROW - 2}" stroke="{_GOAL}" stroke-width="2"/>'
+    return (
+        f'<line x1="{x}" x2="{x}" y1="{y - 2}" y2="{y + _ROW - 2}" stroke="{_GOAL}" '
+        'stroke-width="2"/>'
+    )

@@ -14,13 +14,12 @@ from pathlib import Path
 from goals import OWN_CPU
 from processes import cpu_milliseconds
 from programs import BARE, DEFAULT
-from without_board import daemon, hide_lock, running
+from without_board import daemon, running
 
 
 def main() -> None:
     task = json.loads(sys.argv[1])
     paths, seconds = task["paths"], task["window"]
-    hide_lock()
     rounds = []
     for _ in range(task["rounds"]):
         with ExitStack() as open_now:

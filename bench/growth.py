@@ -49,14 +49,14 @@ def _of_years(result: dict) -> Rows:
     return [
         header,
         *(
-            [f"{one['year']:.2f}", *(str(one[key]) for key in keys)]
-            for one in result
+            [f"{one['year']:.2f}", *(str(one[key]) for key in keys)] for one in result
         ),
     ]
 
 
 def _of_clients(found: list[dict]) -> Rows:
-    header = ["Status clients in a minute", "Added to count", "Wake-ups", "CPU time, ms", "Memory, kB"]
+    header = ["Status clients in a minute", "Added to count", "Wake-ups", "CPU time, ms"]
+    header.append("Memory, kB")
     return [
         header,
         *(

@@ -13,7 +13,7 @@ from pathlib import Path
 
 from builds import STAND_IN
 from programs import BARE, DEFAULT
-from without_board import daemon, hide_lock, running
+from without_board import daemon, running
 
 _MAPPING = re.compile(r"[0-9a-f]+-[0-9a-f]+ \S+ \S+ \S+ \d+ *(?P<name>.*)")
 _RESIDENT = re.compile(r"Rss: +(?P<kilobytes>\d+) kB")
@@ -35,7 +35,6 @@ def parts(process: int, program: str) -> dict[str, int]:
 
 def main() -> None:
     paths = json.loads(sys.argv[1])["paths"]
-    hide_lock()
     result = {}
     with tempfile.TemporaryDirectory() as folder, daemon(paths[DEFAULT], Path(folder)) as process:
         result[DEFAULT] = parts(process, paths[DEFAULT])

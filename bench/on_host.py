@@ -1,4 +1,4 @@
-"""Runs a part of the measurement on this machine's own kernel, with a /dev/shm of its own."""
+"""Runs a part of the measurement on this machine's own kernel, apart from its own daemon."""
 
 import json
 import subprocess

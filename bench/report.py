@@ -25,7 +25,7 @@ _PICTURED = (MEMORY, WAKE_UPS, CALLS, CPU, START, STATUS)
 
 
 def report(results: Results, folder: Path) -> bool:
-    """Prints the tables, writes `cost.md` and `cost.svg`; returns whether all goals were reached."""
+    """Prints the tables, writes `cost.md` and `cost.svg`; whether all goals were reached."""
     figures = [
         Figure(name, unit, digits, results[name])
         for name, (unit, digits) in _SHOWN.items()

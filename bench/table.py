@@ -15,9 +15,8 @@ def goal_rows(verdicts: Sequence[Verdict]) -> list[list[str]]:
             measured += f", {verdict.measure:.2f} times"
             aim = f"at most {goal.most:g} times {goal.times}"
         share = f"{verdict.measure / goal.most:.2f}"
-        rows.append(
-            [goal.figure, goal.program, measured, aim, share, "reached" if verdict.reached else "MISSED"]
-        )
+        outcome = "reached" if verdict.reached else "MISSED"
+        rows.append([goal.figure, goal.program, measured, aim, share, outcome])
     return rows
 
 

@@ -14,11 +14,6 @@ SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
 _LONGEST_START_SECONDS = 10
 
 
-def hide_lock() -> None:
-    """Mounts a /run of our own; our /dev/shm is that already."""
-    subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/run"], check=True)
-
-
 @contextmanager
 def running(argv: Sequence[str], simulated_time: bool = False) -> Iterator[int]:
     environment = {"LD_PRELOAD": str(STAND_IN)}

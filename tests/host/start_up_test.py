@@ -1,6 +1,6 @@
 """Start-up and the client modes without a board, where every sanitizer works.
 
-Runs with a /dev/shm of its own: a daemon on this machine is not disturbed.
+Runs with a /dev/shm and a /run of its own: a daemon on this machine is not disturbed.
 """
 
 import os
