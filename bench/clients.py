@@ -9,7 +9,13 @@ import tempfile
 import time
 from pathlib import Path
 
-from processes import cpu_milliseconds, life_milliseconds, resident_kilobytes, sleeps
+from processes import (
+    cpu_milliseconds,
+    life_milliseconds,
+    resident_kilobytes,
+    sleeps,
+    unwind_at_end,
+)
 from programs import DEFAULT
 from without_board import count, daemon
 
@@ -43,6 +49,7 @@ def await_middle(program: str) -> None:
 
 
 def main() -> None:
+    unwind_at_end()
     task = json.loads(sys.argv[1])
     program = task["paths"][DEFAULT]
     found = []

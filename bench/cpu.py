@@ -12,12 +12,13 @@ from contextlib import ExitStack
 from pathlib import Path
 
 from goals import OWN_CPU
-from processes import cpu_milliseconds
+from processes import cpu_milliseconds, unwind_at_end
 from programs import BARE, DEFAULT
 from without_board import daemon, running
 
 
 def main() -> None:
+    unwind_at_end()
     task = json.loads(sys.argv[1])
     paths, seconds = task["paths"], task["window"]
     rounds = []

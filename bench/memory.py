@@ -12,6 +12,7 @@ from collections import Counter
 from pathlib import Path
 
 from builds import STAND_IN
+from processes import unwind_at_end
 from programs import BARE, DEFAULT
 from without_board import daemon, running
 
@@ -34,6 +35,7 @@ def parts(process: int, program: str) -> dict[str, int]:
 
 
 def main() -> None:
+    unwind_at_end()
     paths = json.loads(sys.argv[1])["paths"]
     result = {}
     with tempfile.TemporaryDirectory() as folder, daemon(paths[DEFAULT], Path(folder)) as process:

@@ -1,7 +1,6 @@
 """Runs a part of the measurement on the virtual board."""
 
 import json
-import signal
 import subprocess
 import tempfile
 from pathlib import Path
@@ -24,8 +23,7 @@ def on_board(part: str, task: dict, longest_seconds: float, realtime: bool = Tru
             try:
                 status = board.wait()
             finally:
-                # No more than a word to a board that has ended.
-                board.send_signal(signal.SIGTERM)
+                board.terminate()
         if status == _SKIP:
             raise CannotMeasure("this machine cannot run the board")
         if status != 0:

@@ -16,9 +16,14 @@ _SKIP = 77
 def on_host(part: str, task: dict) -> Any:
     """What the part prints as its result."""
     argv = [str(_WITH_OWN_SHM), sys.executable, "-B", str(_HERE / part), json.dumps(task)]
-    done = subprocess.run(argv, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, text=True)
-    if done.returncode == _SKIP:
-        raise CannotMeasure(done.stdout.strip())
-    if done.returncode != 0:
-        raise CannotMeasure(f"{part} ended with status {done.returncode}")
-    return json.loads(done.stdout)
+    quiet = {"stdin": subprocess.DEVNULL, "stdout": subprocess.PIPE, "text": True}
+    with subprocess.Popen(argv, **quiet) as process:
+        try:
+            output, _ = process.communicate()
+        finally:
+            process.terminate()
+    if process.returncode == _SKIP:
+        raise CannotMeasure(output.strip())
+    if process.returncode != 0:
+        raise CannotMeasure(f"{part} ended with status {process.returncode}")
+    return json.loads(output)

@@ -14,11 +14,12 @@ from statistics import median
 
 from builds import SEGMENT_TOOL
 from goals import STATUS
-from processes import life_milliseconds
+from processes import life_milliseconds, unwind_at_end
 from programs import DEFAULT, EMPTY, NUT, SMALL, TRUE
 
 
 def main() -> None:
+    unwind_at_end()
     task = json.loads(sys.argv[1])
     paths = task["paths"]
     subprocess.run([SEGMENT_TOOL, "make", "status", "request"], check=True)

@@ -9,7 +9,7 @@ import tempfile
 import time
 from pathlib import Path
 
-from processes import descriptors, resident_kilobytes
+from processes import descriptors, resident_kilobytes, unwind_at_end
 from programs import DEFAULT
 from without_board import SEGMENT, count, daemon
 
@@ -29,6 +29,7 @@ def tests(result: Path) -> int:
 
 
 def main() -> None:
+    unwind_at_end()
     task = json.loads(sys.argv[1])
     program = task["paths"][DEFAULT]
     found = []

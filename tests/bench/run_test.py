@@ -2,31 +2,70 @@
 
 import json
 import os
+import signal
 import subprocess
+import time
 from pathlib import Path
 
 import pytest
 
 from goals import CALLS, CPU, FALL, GOALS, MEMORY, OWN_CPU, SIZE, START, STATUS, WAKE_UPS
 from host.children import adopt_orphans
+from processes import family
 from programs import DEFAULT
 
 ROOT = Path(__file__).parent.parent.parent
 
 SHORT = ["--rounds", "2", "--window", "4", "--starts", "2", "--falls", "20"]
+# Both builds are made, if they have to be.
+LONGEST_WAIT_SECONDS = 600
+
+
+def name_of(process):
+    try:
+        return Path(f"/proc/{process}/comm").read_text().strip()
+    except (FileNotFoundError, ProcessLookupError):
+        return ""
+
+
+def assert_no_child_is_left():
+    with pytest.raises(ChildProcessError):
+        os.waitpid(-1, os.WNOHANG)
+
+
+@pytest.fixture(autouse=True)
+def adopted():
+    """What is left behind becomes our child."""
+    adopt_orphans()
+
+
+def test_a_run_that_is_ended_ends_what_it_has_started(tmp_path):
+    bench = subprocess.Popen(
+        [ROOT / "bench" / "run", *SHORT, "--window", "600", "--output", tmp_path],
+        stdout=subprocess.DEVNULL,
+    )
+    end = time.monotonic() + LONGEST_WAIT_SECONDS
+    try:
+        # One that would go on for ever.
+        while "bare_loop" not in map(name_of, family(bench.pid)):
+            if bench.poll() == 77:
+                pytest.skip("this machine cannot measure")
+            assert bench.returncode is None and time.monotonic() < end
+            time.sleep(0.2)
+    finally:
+        bench.terminate()
+    assert bench.wait() == 128 + signal.SIGTERM
+    assert_no_child_is_left()
 
 
 def test_a_short_run(tmp_path):
-    # What it leaves behind becomes our child.
-    adopt_orphans()
     done = subprocess.run(
         [ROOT / "bench" / "run", *SHORT, "--output", tmp_path], stdout=subprocess.PIPE, text=True
     )
     if done.returncode == 77:
         pytest.skip("this machine cannot measure")
     assert done.returncode in (0, 1), done
-    with pytest.raises(ChildProcessError):
-        os.waitpid(-1, os.WNOHANG)
+    assert_no_child_is_left()
     results = json.loads((tmp_path / "results.json").read_text())
     assert set(results) == {CALLS, CPU, FALL, MEMORY, OWN_CPU, SIZE, START, STATUS, WAKE_UPS}
     for figure, programs in results.items():
