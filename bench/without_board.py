@@ -28,7 +28,10 @@ def running(argv: Sequence[str], simulated_time: bool = False) -> Iterator[int]:
 
 @contextmanager
 def daemon(program: str, folder: Path, simulated_time: bool = False) -> Iterator[int]:
-    """A full server that is in its loop."""
+    """A full server that is in its loop, and whose last test was now unless time is simulated."""
+    if not simulated_time:
+        now = int(time.time())
+        (folder / "result").write_text(f"result.start={now}\nresult.end={now}\n")
     conf = folder / "conf"
     conf.write_text(f"test.battery=true\nsys.save.path={folder}/result\n")
     with running([program, "-c", str(conf)], simulated_time) as process:
