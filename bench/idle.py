@@ -78,9 +78,14 @@ def measure(paths: dict[str, str], seconds: float, folder: Path) -> dict[str, di
         return {
             WAKE_UPS: {name: one.sleeps / minutes for name, one in accounts.items()},
             CPU: {name: one.cpu_seconds * 1000 / minutes for name, one in accounts.items()},
-            MEMORY: {name: sum(map(resident_kilobytes, pids)) for name, pids in groups.items()},
+            MEMORY: {name: resident_together(pids) for name, pids in groups.items()},
             CALLS: per_second(groups, seconds, folder),
         }
+
+
+def resident_together(processes: list[int]) -> int:
+    """With what they have started since."""
+    return sum(map(resident_kilobytes, set().union(*map(family, processes))))
 
 
 def main() -> None:
