@@ -49,14 +49,14 @@ def measure(paths: dict[str, str], extent: Extent) -> Results:
 
 
 def status_rounds(task: dict) -> list[dict[str, dict[str, float]]]:
-    """NUT's server runs outside: without users to change to, as status.py is, it does not start."""
+    """NUT's server runs outside: where the client's part runs it has no users to change to."""
     tools = task["paths"][NUT]
     if not tools:
-        return on_host("status.py", {**task, "nut_client": None})
+        return on_host("status_client.py", {**task, "nut_client": None})
     with tempfile.TemporaryDirectory() as folder:
         with Nut(Path(tools), Path(folder) / "nut", _NUT_PORT) as nut:
             nut.serve()
-            return on_host("status.py", {**task, "nut_client": nut.status_client()})
+            return on_host("status_client.py", {**task, "nut_client": nut.status_client()})
 
 
 def collected(rounds: list[dict[str, dict[str, float]]]) -> Results:

@@ -1,8 +1,8 @@
 """On this machine's own kernel: a status client, from its start to its end.
 
-status.py TASK: paths of the programs, the command line of NUT's client if its server runs, number
-of rounds, starts of each program in a round, as JSON. Prints the result. Needs a /dev/shm of its
-own.
+status_client.py TASK: paths of the programs, the command line of NUT's client if its server runs,
+number of rounds, starts of each program in a round, as JSON. Prints the result. Needs a /dev/shm
+of its own.
 """
 
 import json
