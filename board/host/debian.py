@@ -1,9 +1,8 @@
 """The root file system of a Debian for the board."""
 
-import subprocess
 from pathlib import Path
 
-from host.debootstrap import debian_root, environment
+from host.debootstrap import debian_root, run_to_fetch
 from host.problems import Unavailable
 
 _PACKAGES = (
@@ -31,14 +30,7 @@ def debian() -> Path:
 
 def _fetch(root: Path) -> None:
     """Has the root's own apt keep packages for later."""
-    command = ["chroot", root, "apt-get", "install", "--yes", "--download-only", *_FOR_LATER]
-    done = subprocess.run(
-        [*command, "--no-install-recommends"],
-        stdin=subprocess.DEVNULL,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.STDOUT,
-        text=True,
-        env=environment(),
-    )
+    install = ["apt-get", "install", "--yes", "--download-only", "--no-install-recommends"]
+    done = run_to_fetch("chroot", root, *install, *_FOR_LATER)
     if done.returncode != 0:
         raise Unavailable(f"packages cannot be fetched:\n{done.stdout}")

@@ -11,7 +11,7 @@ import shutil
 import subprocess
 import sys
 from pathlib import Path
-from typing import Callable, Iterable
+from typing import Callable, Iterable, Union
 
 from host.cache import kept, say
 from host.problems import BoardFailure, Unavailable, status_of
@@ -56,14 +56,7 @@ def _bootstrap(root: Path, release: str, include: str) -> None:
     # In a name space of its own, what it mounts is gone with it, however it ends.
     command = ["unshare", "--mount", "debootstrap", "--variant=minbase", "--force-check-gpg"]
     say(f"fetching and installing the packages of Debian's {release}")
-    made = subprocess.run(
-        [*command, f"--include={include}", release, root, _mirror()],
-        stdin=subprocess.DEVNULL,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.STDOUT,
-        text=True,
-        env=environment(),
-    )
+    made = run_to_fetch(*command, f"--include={include}", release, root, _mirror())
     if made.returncode != 0:
         last_lines = "\n".join(made.stdout.splitlines()[-20:])
         if "E: Failed getting release file" in made.stdout:
@@ -73,6 +66,18 @@ def _bootstrap(root: Path, release: str, include: str) -> None:
         raise BoardFailure(f"debootstrap failed:\n{last_lines}")
     for archive in (root / "var/cache/apt/archives").glob("*.deb"):
         archive.unlink()
+
+
+def run_to_fetch(*command: Union[str, Path]) -> subprocess.CompletedProcess:
+    """For what fetches packages. Its output has its errors among it."""
+    return subprocess.run(
+        command,
+        stdin=subprocess.DEVNULL,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.STDOUT,
+        text=True,
+        env=environment(),
+    )
 
 
 def _mirror() -> str:
