@@ -1,16 +1,12 @@
 """The battery test: what it drives, when it looks, what it says."""
 
-import re
-
 import pytest
 
-from rig import MILLISECOND, NO_RESULT_FILE, SECOND
+from rig import MILLISECOND, NO_RESULT_FILE, PROGRESS, SECOND
 
 from guest.clock import now, set_wall, sleep_until, wait_until
 
 A_TIME = 1_790_000_000  # any date; set half a second past so that no second is in doubt
-
-PROGRESS = re.compile(r"MS: (\d+)")
 
 
 def ask_for_test(rig, daemon, seconds):
@@ -47,7 +43,7 @@ def test_the_road_of_one_test_from_request_to_result(rig):
     assert (status["runTestNow"], status["duration"], status["count"]) == (1, 30, 2)
 
     daemon.wait_for_line("Got run test now", within=1)
-    began = now()
+    began = daemon.wait_for_line(PROGRESS, within=1).time
     assert rig.trace.writes("BAT-T2")[-1][1] == 1
     sleep_until(began + 10 * SECOND)
     status = rig.status()

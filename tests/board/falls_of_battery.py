@@ -1,14 +1,11 @@
 """A battery that falls low during tests, each time at another moment of the second."""
 
-import re
-
-from rig import SECOND, Rig
+from rig import PROGRESS, SECOND, Rig
 
 from guest.clock import now, set_wall, sleep_until
 
 # Beginning of the hour in which tests start by default, and half a second.
 TEN_O_CLOCK = 1_772_359_200.5
-PROGRESS = re.compile(r"MS: \d+")
 
 
 def delays(rig: Rig, count: int) -> list[int]:

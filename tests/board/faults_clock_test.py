@@ -5,7 +5,7 @@ from pathlib import Path
 
 import pytest
 
-from rig import SECOND
+from rig import PROGRESS, SECOND
 
 from guest.clock import now, set_wall, sleep_until, wall
 
@@ -41,6 +41,7 @@ def test_during_a_test(rig, step):
     set_wall(utc(2026, 3, 1, 10, 30, 0))
     daemon = rig.full_server("test.init.disable=0", "test.duration=10", env={"TZ": "UTC"})
     begun = daemon.started
+    daemon.wait_for_line(PROGRESS, within=1)
     start = rig.saved_times()[0]
     sleep_until(begun + 5 * SECOND)
     turn(step)

@@ -6,7 +6,7 @@ import subprocess
 import pytest
 
 from faults import fail_from_now_on, failing, has_failed, nth_call
-from rig import NO_RESULT_FILE
+from rig import NO_RESULT_FILE, PROGRESS
 
 from guest.clock import set_wall
 from guest.system_calls import mount
@@ -31,7 +31,7 @@ def content(rig):
 def begin_test(rig, daemon):
     """A test of one second, at the next tick."""
     assert rig.client("-n", "--test.duration=1").status == 0
-    daemon.wait_for_line(re.compile(r"MS: \d+"), within=1.1)
+    daemon.wait_for_line(PROGRESS, within=1.1)
 
 
 def end_test(rig, daemon):

@@ -6,7 +6,7 @@ from pathlib import Path
 
 import pytest
 
-from rig import NO_RESULT_FILE, PROGRAM, SECOND
+from rig import NO_RESULT_FILE, PROGRAM, PROGRESS, SECOND
 
 from guest.clock import now, sleep_until
 from guest.process import Program
@@ -17,7 +17,7 @@ SIGNALS = [signal.SIGINT, signal.SIGTERM]
 def begin_test(rig, *settings):
     daemon = rig.full_server("test.hour=-1", *settings)
     rig.client("-n")
-    daemon.wait_for_line("Got run test now", within=1.1)
+    daemon.wait_for_line(PROGRESS, within=1.1)
     return daemon
 
 

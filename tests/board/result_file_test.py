@@ -4,7 +4,7 @@ import shutil
 
 import pytest
 
-from rig import NO_RESULT_FILE, PROGRAM, SYSTEM_CONFIGURATION
+from rig import NO_RESULT_FILE, PROGRAM, PROGRESS, SYSTEM_CONFIGURATION
 
 from guest.clock import set_wall
 from guest.process import run
@@ -125,7 +125,7 @@ def test_the_end_of_the_last_test_stays_while_the_next_one_runs(rig):
     rig.save_times(5, 6)
     daemon = rig.full_server("test.hour=-1")
     rig.client("-n", "--test.duration=2")
-    daemon.wait_for_line("Got run test now", within=1.1)
+    daemon.wait_for_line(PROGRESS, within=1.1)
     start, end = rig.saved_times()
     assert (start in (A_TIME, A_TIME + 1), end) == (True, 6)
     daemon.wait_for_line("Test result: Battery is good", within=3)

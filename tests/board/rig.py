@@ -1,6 +1,7 @@
 """A freshly wired board with the program on it: what every scenario starts from."""
 
 import os
+import re
 import subprocess
 from contextlib import ExitStack
 from pathlib import Path
@@ -26,6 +27,8 @@ LOCK = Path("/run/kelvo-pwr.lock")
 AS_NOBODY = ("setpriv", "--reuid=65534", "--regid=65534", "--clear-groups")
 
 NO_RESULT_FILE = "Cant read timestamp conf\n"
+# At each second of a test, and first when the test is on its way in all that can be seen.
+PROGRESS = re.compile(r"MS: (\d+)")
 
 SECOND = 10**9  # in nanoseconds, the unit of all times
 MILLISECOND = 10**6
