@@ -61,7 +61,7 @@ def _bootstrap(root: Path, release: str, include: str) -> None:
         last_lines = "\n".join(made.stdout.splitlines()[-20:])
         if "E: Failed getting release file" in made.stdout:
             raise Unavailable(f"Debian's packages cannot be fetched:\n{last_lines}")
-        if "unshare failed" in made.stdout:
+        if made.stdout.startswith("unshare: "):
             raise Unavailable(f"a root cannot be made here: {last_lines}")
         raise BoardFailure(f"debootstrap failed:\n{last_lines}")
     for archive in (root / "var/cache/apt/archives").glob("*.deb"):
