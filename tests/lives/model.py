@@ -8,8 +8,6 @@ from typing import Iterator
 
 from settings import listing
 from world import (
-    COMMAND,
-    COMMAND_NOTES,
     MILLISECOND,
     REQUEST,
     SECOND,
@@ -240,12 +238,12 @@ class Daemon:
         yield from self._seconds(timeout - 15 if timeout > 15 else 5)
         command = settings["test.shut.cmd"]
         world.printed("stdout", f"Execute: {command}")
-        world.expected.append(Called(world.now + COMMAND_NOTES, command))
+        world.expected.append(Called(world.now + world.command.before_note, command))
         if world.life["command_seconds"]:
             self.command_ends = world.now + world.life["command_seconds"] * SECOND
             yield world.life["command_seconds"] * SECOND
             self.command_ends = None
-        world.now += COMMAND
+        world.now += world.command.whole
         yield from self._seconds(max(settings["test.shut.cutoff"], 15))
         world.printed("stdout", "Still alive, force shutdown")
         self._drive("BAT-SW", 0)

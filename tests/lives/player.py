@@ -4,6 +4,7 @@ import os
 import shutil
 import time
 from contextlib import ExitStack
+from functools import cache
 from pathlib import Path
 
 import clients
@@ -16,7 +17,7 @@ from model import Daemon
 from observer import Mismatch, Recorder, compare, equal, text_equal
 from records import Records
 from rig import PROGRAM, SEGMENT
-from world import MILLISECOND, SECOND, World
+from world import MILLISECOND, SECOND, CommandTimes, World
 
 # Stimuli come 25 milliseconds into a tenth of the daemon's second: its ticks begin at 0,
 # the samples of a test stand at 10 and end at 0 of every 50. Where that is not enough,
@@ -28,6 +29,22 @@ _CLEAR = 5 * MILLISECOND
 _CALENDAR = 12_500_000
 # Comparing now and then keeps a long wait within the tolerance, and within memory.
 _LONGEST_UNSEEN = 200
+
+
+def commands(seconds: int, status: int) -> StandIns:
+    return StandIns(then=f"sleep {seconds}; exit {status}")
+
+
+@cache
+def command_times() -> CommandTimes:
+    """Measured, for it differs from kernel to kernel."""
+    with commands(0, 0) as stand_ins:
+        for _ in range(2):  # The first takes longer than all others.
+            begin = now()
+            os.system("reboot")
+            end = now()
+        call = stand_ins.calls()[-1]
+    return CommandTimes(call.time - begin, end - begin)
 
 
 class Player:
@@ -60,17 +77,19 @@ class Player:
         SEGMENT.unlink(missing_ok=True)
         remove_chips()
         self.board = wire()
+        command_times()
         sleep_until((now() // SECOND + 1) * SECOND)
         life = self.life
         self.confs = [self.folder / f"{number}.conf" for number in range(2)]
         self.result_file = self.folder / "result.dat"
         paths = {"confs": [str(conf) for conf in self.confs], "result": str(self.result_file)}
-        self.world = World(life, now(), 0, paths)
+        self.world = World(life, now(), 0, paths, command_times())
         self._set_wall(life["wall"] * SECOND)
         self._write_files()
         os.environ["TZ"] = life["zone"]
-        then = f"sleep {life['command_seconds']}; exit {life['command_status']}"
-        self.commands = self.open.enter_context(StandIns(then=then))
+        self.commands = self.open.enter_context(
+            commands(life["command_seconds"], life["command_status"])
+        )
         self.trace = self.open.enter_context(Recorder(buffer_kilobytes=4096))
         for name in life["held"]:
             self.open.enter_context(self.board.chip.line(name).hold())

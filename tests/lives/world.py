@@ -18,10 +18,6 @@ CLOCK_READ = 256
 ACCESS = 256
 SHORT_SLEEP = 128
 PRINTED_LINE = 11 * 256
-# A stand-in for a shutdown command is a script in Python and a shell, which look often:
-# before it notes the time, and on the whole.
-COMMAND_NOTES = 150_000
-COMMAND = 180_000
 
 # How far apart the model's time and the board's may be. Whatever would come out
 # differently within this distance cannot be decided and ends the life without a verdict.
@@ -56,14 +52,22 @@ class Called(NamedTuple):
 Expected = Union[Line, Access, Called]
 
 
+class CommandTimes(NamedTuple):
+    """What the board charges for a shutdown command, or rather its stand-in."""
+
+    before_note: int  # of its own time
+    whole: int
+
+
 class World:
     """The clocks, lines, files and the segment; and everything expected since last asked."""
 
-    def __init__(self, life: dict, now: int, offset: int, paths: dict):
+    def __init__(self, life: dict, now: int, offset: int, paths: dict, command: CommandTimes):
         self.life = life
         self.now = now  # the monotonic clock
         self.offset = offset  # the calendar clock less the monotonic one
         self.paths = paths  # the configuration files and the result file
+        self.command = command
         self.zone = ZoneInfo(life["zone"])
         self.begin = now // SECOND
         self.inputs = {"PWR-IN": 0, "BAT-T1": 1}
