@@ -55,6 +55,8 @@ def test_a_command_that_cannot_be_run():
 
 def test_an_ordinary_user_is_told_that_it_takes_root():
     command = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups"]
+    if subprocess.run([*command, "test", "-x", BOARD]).returncode != 0:
+        pytest.skip("other users cannot reach this checkout")
     argv = [*command, BOARD, "system", "--", "true"]
     result = subprocess.run(argv, capture_output=True, text=True)
     assert (result.returncode, result.stderr) == (
