@@ -19,7 +19,8 @@ from goals import CALLS, CPU, MEMORY, WAKE_UPS
 from guest.lines import PWR_IN, remove_chips
 from nut import Nut
 from processes import end, family, resident_kilobytes, spawn
-from programs import BARE, BARE_STATIC, DEFAULT, MINIMAL, NUT, OVERDUE, PYTHON, SHELL, SMALL
+from programs import BARE, BARE_CLOCK, BARE_STATIC, DEFAULT, MINIMAL, NUT, OVERDUE, PYTHON, SHELL
+from programs import SMALL
 from supply import Supply, apart
 
 _HERE = Path(__file__).parent
@@ -33,7 +34,7 @@ def command_lines(paths: dict[str, str], folder: Path) -> dict[str, list[str]]:
     default, small = paths[DEFAULT], paths[SMALL]
     later = (time.localtime().tm_hour + 12) % 24
     overdue = [f"--test.hour={later}", "--test.init.disable=0"]
-    lines = map(Supply, range(8))
+    lines = map(Supply, range(9))
     battery = "--test.battery=true"
     return {
         DEFAULT: apart(next(lines).daemon(default, folder, battery)),
@@ -41,6 +42,7 @@ def command_lines(paths: dict[str, str], folder: Path) -> dict[str, list[str]]:
         MINIMAL: apart(next(lines).daemon(default, folder)),
         SMALL: apart(next(lines).daemon(small, folder, battery)),
         BARE: [paths[BARE], next(lines).name(PWR_IN)],
+        BARE_CLOCK: [paths[BARE], next(lines).name(PWR_IN), "clock"],
         BARE_STATIC: [paths[BARE_STATIC], next(lines).name(PWR_IN)],
         PYTHON: ["/usr/bin/python3", str(_HERE / "python_loop.py"), next(lines).chip.device, "0"],
         SHELL: [str(_HERE / "shell_loop"), next(lines).chip.device, "0"],
