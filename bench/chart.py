@@ -38,13 +38,16 @@ def _group(figure: Figure, goals: Sequence[Goal], top: int) -> list[str]:
     for number, (program, value) in enumerate(values.items()):
         y = top + _TITLE + number * _ROW
         width = round(value / longest * _BAR, 1)
+        limits = _limits(goals, program, values)
+        # Beyond the bar and beyond its mark.
+        free = round(_LEFT + max([value, *limits]) / longest * _BAR + 6, 1)
         colour = _OURS if program.startswith("kelvo-pwr") else _OTHERS
         parts += [
             f'<text x="{_LEFT - 8}" y="{y + 11}" text-anchor="end">{escape(program)}</text>',
             f'<rect x="{_LEFT}" y="{y}" width="{width}" height="{_ROW - 4}" fill="{colour}"/>',
-            f'<text x="{_LEFT + width + 6}" y="{y + 11}">{figure.text(value)}</text>',
+            f'<text x="{free}" y="{y + 11}">{figure.text(value)}</text>',
         ]
-        parts += [_mark(y, limit / longest) for limit in _limits(goals, program, values)]
+        parts += [_mark(y, limit / longest) for limit in limits]
     return parts
 
 

@@ -97,6 +97,15 @@ def test_the_picture_has_a_bar_for_each_program_and_a_mark_for_a_goal():
     assert (float(mark.get("x1")) - left) / ours == pytest.approx(1050 / 1300, abs=0.001)
 
 
+def test_a_value_stands_beyond_a_mark_that_is_behind_its_bar():
+    figure = Figure("memory", "kB", 0, {"ours": [1000], "theirs": [2000]})
+    svg = "{http://www.w3.org/2000/svg}"
+    picture = ElementTree.fromstring(chart([figure], [Goal("memory", "ours", 1100)], ""))
+    (mark,) = picture.iter(f"{svg}line")
+    (value,) = (text for text in picture.iter(f"{svg}text") if text.text == "1,000")
+    assert float(value.get("x")) > float(mark.get("x1"))
+
+
 def switch(time, before, state, after):
     return (
         f" x-1 [000] d..2. {time:.6f}: sched_switch: prev_comm=a b prev_pid={before} "
