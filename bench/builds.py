@@ -2,6 +2,7 @@
 
 import os
 import re
+import shutil
 import subprocess
 from pathlib import Path
 from typing import Sequence
@@ -13,6 +14,7 @@ _ROOT = Path(__file__).parent.parent
 _RELEASE, _SMALL = _ROOT / "build" / "release", _ROOT / "build" / "small"
 _TOOLS = _ROOT / "tests" / "contrib" / "tools"
 
+_NEEDED = ("gpioget", "strace", "valgrind")
 _COMPARED = ("bare_loop", "bare_loop_static", "empty_program")
 
 STAND_IN = _RELEASE / "tests" / "host" / "libstand_in.so"
@@ -21,8 +23,11 @@ SEGMENT_TOOL = _RELEASE / "tests" / "board" / "segment_tool"
 
 def build() -> dict[str, str]:
     """The paths of all programs; NUT's is empty where it has not been fetched."""
-    _cmake("release", ["kelvo-pwr", "segment_tool", "stand_in", *_COMPARED], ["-DKELVO_BENCH=ON"])
+    targets = ["kelvo-pwr", "segment_tool", "stand_in", *_COMPARED]
+    _cmake("release", targets, ["-DKELVO_BENCH=ON", "-DBUILD_TESTING=ON"])
     _cmake("small", ["kelvo-pwr"])
+    if missing := [tool for tool in _NEEDED if shutil.which(tool) is None]:
+        raise CannotMeasure(f"no {', '.join(missing)}; bench/run --with-peers installs them")
     paths = {
         DEFAULT: _RELEASE / "kelvo-pwr",
         SMALL: _SMALL / "kelvo-pwr",
@@ -34,7 +39,7 @@ def build() -> dict[str, str]:
     libraries = _libraries(paths[DEFAULT])
     for program in (BARE, EMPTY):
         if _libraries(paths[program]) != libraries:
-            raise CannotMeasure(f"{program} does not have the libraries of {DEFAULT}")
+            raise RuntimeError(f"{program} does not have the libraries of {DEFAULT}")
     tools = subprocess.run([_TOOLS], stdout=subprocess.PIPE, text=True)
     return {**{name: str(path) for name, path in paths.items()}, NUT: tools.stdout.strip()}
 

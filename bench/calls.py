@@ -30,6 +30,9 @@ def per_second(
         begin = time.time()
         time.sleep(seconds)
         end = time.time()
+        for name, (tracer, _) in tracers.items():
+            if tracer.poll() is not None:
+                raise RuntimeError(f"strace has ended before {name}")
     finally:
         # Asked to end, it would let go of one after the other, and wait for ever for a process
         # that waits for a child just forked.

@@ -15,9 +15,12 @@ from processes import (
     resident_kilobytes,
     sleeps,
     unwind_at_end,
+    wait_until,
 )
 from programs import DEFAULT
 from without_board import count, daemon
+
+_LONGEST_TICK_SECONDS = 10
 
 
 def watched(program: str, process: int, seconds: float, clients_per_second: int) -> dict:
@@ -40,11 +43,10 @@ def watched(program: str, process: int, seconds: float, clients_per_second: int)
     }
 
 
-def await_middle(program: str) -> None:
+def await_middle(program: str, process: int) -> None:
     """Half a second after a tick, so that neither edge of a window is in doubt."""
     last = count(program)
-    while count(program) == last:
-        time.sleep(0.01)
+    wait_until(lambda: count(program) != last, process, _LONGEST_TICK_SECONDS, look_every=0.01)
     time.sleep(0.5)
 
 
@@ -55,7 +57,7 @@ def main() -> None:
     found = []
     with tempfile.TemporaryDirectory() as folder, daemon(program, Path(folder)) as process:
         for clients_per_second in (0, task["clients"]):
-            await_middle(program)
+            await_middle(program, process)
             found.append(watched(program, process, task["seconds"], clients_per_second))
     print(json.dumps(found))
 

@@ -13,11 +13,10 @@ class Figure(NamedTuple):
     def of(self, program: str) -> float:
         return median(self.rounds[program])
 
-    def ratio(self, program: str, to: str) -> float:
-        """Of the two values of each round, and the median of these: what a round was
-        disturbed by has disturbed both."""
+    def ratios(self, program: str, to: str) -> list[float]:
+        """Of the two values of each round: what a round was disturbed by has disturbed both."""
         pairs = zip(self.rounds[program], self.rounds[to], strict=True)
-        return median(value / reference for value, reference in pairs)
+        return [value / reference for value, reference in pairs]
 
     def text(self, value: float) -> str:
         return f"{value:,.{self.digits}f}"
@@ -36,24 +35,28 @@ class Verdict(NamedTuple):
     goal: Goal
     figure: Figure
     value: float  # in the unit of the figure
-    measure: float  # what is held against goal.most
+    ratios: Sequence[float]  # of each round, where the goal is a number of times
+
+    @property
+    def measure(self) -> float:
+        """What is held against goal.most."""
+        return median(self.ratios) if self.ratios else self.value
 
     @property
     def reached(self) -> bool:
-        """By the digits that are shown: the edges of a window cut a call in or out."""
-        digits = 2 if self.goal.times else self.figure.digits
-        return round(self.measure, digits) <= self.goal.most
+        """A number by the digits that are shown: the edges of a window cut a call in or out."""
+        if self.goal.times:
+            return self.measure <= self.goal.most
+        return round(self.measure, self.figure.digits) <= self.goal.most
 
 
 def judge(goals: Sequence[Goal], figures: Sequence[Figure]) -> list[Verdict]:
-    """The verdict on each goal of which everything has been measured."""
+    """The verdict on each goal."""
     by_name = {figure.name: figure for figure in figures}
     verdicts = []
     for goal in goals:
-        figure = by_name.get(goal.figure)
-        if figure is None or not {goal.program, goal.times or goal.program} <= {*figure.rounds}:
-            continue
+        figure = by_name[goal.figure]
         value = figure.of(goal.program)
-        measure = figure.ratio(goal.program, goal.times) if goal.times else value
-        verdicts.append(Verdict(goal, figure, value, measure))
+        ratios = figure.ratios(goal.program, goal.times) if goal.times else []
+        verdicts.append(Verdict(goal, figure, value, ratios))
     return verdicts

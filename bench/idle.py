@@ -4,6 +4,7 @@ idle.py TASK: paths of the programs, number of rounds, seconds of a window, as J
 `result.json` in the folder that outlives the board.
 """
 
+import itertools
 import json
 import os
 import signal
@@ -17,14 +18,30 @@ from accounts import Switches
 from calls import per_second
 from goals import CALLS, CPU, MEMORY, WAKE_UPS
 from guest.lines import PWR_IN, remove_chips
+from host.children import adopt_orphans
 from nut import Nut
-from processes import end, family, resident_kilobytes, spawn
+from processes import (
+    end,
+    family,
+    resident_kilobytes,
+    spawn,
+    wait_for_orphans,
+    wait_until,
+)
 from programs import BARE, BARE_CLOCK, BARE_STATIC, DEFAULT, MINIMAL, NUT, OVERDUE, PYTHON, SHELL
 from programs import SMALL
 from supply import Supply, apart
 
 _HERE = Path(__file__).parent
 _NUT_PORT = 3493
+# What a daemon says when it has come to its loop.
+_IN_ITS_LOOP = {
+    DEFAULT: "Full server",
+    OVERDUE: "Full server",
+    MINIMAL: "Minimal server",
+    SMALL: "Full server",
+}
+_LONGEST_START_SECONDS = 30
 # Until what a start leaves to do is done.
 _SETTLE_SECONDS = 5
 
@@ -34,7 +51,7 @@ def command_lines(paths: dict[str, str], folder: Path) -> dict[str, list[str]]:
     default, small = paths[DEFAULT], paths[SMALL]
     later = (time.localtime().tm_hour + 12) % 24
     overdue = [f"--test.hour={later}", "--test.init.disable=0"]
-    lines = map(Supply, range(9))
+    lines = map(Supply, itertools.count())
     battery = "--test.battery=true"
     return {
         DEFAULT: apart(next(lines).daemon(default, folder, battery)),
@@ -54,9 +71,17 @@ def start(open_now: ExitStack, paths: dict[str, str], folder: Path) -> dict[str,
     remove_chips()
     started = {}
     for name, argv in command_lines(paths, folder).items():
-        process = spawn(argv)
+        last_line = _IN_ITS_LOOP.get(name)
+        output = folder / f"output-{len(started)}" if last_line else Path(os.devnull)
+        process = spawn(argv, output=output)
         open_now.callback(end, process, signal.SIGTERM)
         started[name] = [process]
+        if last_line:
+            wait_until(
+                lambda: last_line in output.read_text().splitlines(),
+                process,
+                _LONGEST_START_SECONDS,
+            )
     if paths[NUT]:
         scratch = open_now.enter_context(tempfile.TemporaryDirectory())
         nut = open_now.enter_context(Nut(Path(paths[NUT]), Path(scratch) / "nut", _NUT_PORT))
@@ -77,12 +102,14 @@ def measure(paths: dict[str, str], seconds: float, folder: Path) -> dict[str, di
             time.sleep(seconds)
             accounts = switches.accounts(owners)
             minutes = (time.monotonic() - begin) / 60
-        return {
+        result = {
             WAKE_UPS: {name: one.sleeps / minutes for name, one in accounts.items()},
             CPU: {name: one.cpu_seconds * 1000 / minutes for name, one in accounts.items()},
             MEMORY: {name: resident_together(pids) for name, pids in groups.items()},
             CALLS: per_second(groups, seconds, folder),
         }
+    wait_for_orphans()
+    return result
 
 
 def resident_together(processes: list[int]) -> int:
@@ -91,6 +118,7 @@ def resident_together(processes: list[int]) -> int:
 
 
 def main() -> None:
+    adopt_orphans()
     task = json.loads(sys.argv[1])
     folder = Path(os.environ["BOARD_OUTPUT"])
     # Once for nothing, so that every round finds the same files in the kernel's memory.

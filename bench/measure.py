@@ -39,6 +39,7 @@ def measure(paths: dict[str, str], extent: Extent) -> Results:
         *on_board("idle.py", task, idle_seconds),
     ]
     results = collected(rounds)
+    results.update(on_host("instructions.py", task))
     falls = on_board("falls.py", task, _SPARE_SECONDS, realtime=False)
     results[FALL] = {name: [max(delays)] for name, delays in falls.items()}
     with tempfile.TemporaryDirectory() as folder:

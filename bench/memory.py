@@ -7,15 +7,15 @@ import json
 import re
 import sys
 import tempfile
-import time
 from collections import Counter
 from pathlib import Path
 
 from builds import STAND_IN
-from processes import unwind_at_end
+from processes import unwind_at_end, wait_until
 from programs import BARE, DEFAULT
 from without_board import daemon, running
 
+_LONGEST_START_SECONDS = 10
 _MAPPING = re.compile(r"[0-9a-f]+-[0-9a-f]+ \S+ \S+ \S+ \d+ *(?P<name>.*)")
 _RESIDENT = re.compile(r"Rss: +(?P<kilobytes>\d+) kB")
 
@@ -41,8 +41,8 @@ def main() -> None:
     with tempfile.TemporaryDirectory() as folder, daemon(paths[DEFAULT], Path(folder)) as process:
         result[DEFAULT] = parts(process, paths[DEFAULT])
     with running([paths[BARE], "PWR-IN"]) as process:
-        while "nanosleep" not in Path(f"/proc/{process}/wchan").read_text():
-            time.sleep(0.1)
+        wchan = Path(f"/proc/{process}/wchan")
+        wait_until(lambda: "nanosleep" in wchan.read_text(), process, _LONGEST_START_SECONDS)
         result[BARE] = parts(process, paths[BARE])
     print(json.dumps(result))
 

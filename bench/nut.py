@@ -2,10 +2,13 @@
 
 import os
 import pwd
+import signal
 import subprocess
 import time
 from pathlib import Path
 from typing import Sequence
+
+from processes import family
 
 _LONGEST_START_SECONDS = 60
 
@@ -13,7 +16,8 @@ _LONGEST_START_SECONDS = 60
 class Nut:
     """Driver, server and monitor below `tools`, where Debian's packages were unpacked.
 
-    Configuration and state are in `folder`; a `with` statement ends what was started.
+    Configuration and state are in `folder`; a `with` statement ends what was started, and raises
+    if a part of it has ended before.
     """
 
     def __init__(self, tools: Path, folder: Path, port: int):
@@ -42,11 +46,15 @@ class Nut:
         return self
 
     def __exit__(self, *_) -> None:
-        for process in self.processes:
-            process.terminate()
+        ended = [process.args for process in self.processes if process.poll() is not None]
+        # The monitor's child goes on when the monitor ends; it is left to who adopts it.
+        for pid in sorted(set().union(*(family(process.pid) for process in self.processes))):
+            os.kill(pid, signal.SIGTERM)
         for process in self.processes:
             process.wait()
         self.processes.clear()
+        if ended:
+            raise RuntimeError(f"ended by themselves: {ended}")
 
     def serve(self) -> None:
         """Starts driver and server; returns when the first status has come."""

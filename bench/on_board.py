@@ -27,5 +27,5 @@ def on_board(part: str, task: dict, longest_seconds: float, realtime: bool = Tru
         if status == _SKIP:
             raise CannotMeasure("this machine cannot run the board")
         if status != 0:
-            raise CannotMeasure(f"{part} ended on the board with status {status}")
+            raise RuntimeError(f"{part} ended on the board with status {status}")
         return json.loads((Path(folder) / "result.json").read_text())

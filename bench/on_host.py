@@ -23,7 +23,7 @@ def on_host(part: str, task: dict) -> Any:
         finally:
             process.terminate()
     if process.returncode == _SKIP:
-        raise CannotMeasure(output.strip())
+        raise CannotMeasure(output.strip().removeprefix("SKIP: "))
     if process.returncode != 0:
-        raise CannotMeasure(f"{part} ended with status {process.returncode}")
+        raise RuntimeError(f"{part} ended with status {process.returncode}")
     return json.loads(output)

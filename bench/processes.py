@@ -1,21 +1,27 @@
-"""Processes: started with nothing to read and nobody to write to, and as the kernel shows them."""
+"""Processes: started with nothing to read, and as the kernel shows them."""
 
 import os
 import signal
 import sys
 import time
 from pathlib import Path
-from typing import Mapping, Optional, Sequence
+from typing import Callable, Mapping, Optional, Sequence, Union
+
+_LONGEST_LIFE_AFTER_PARENT_SECONDS = 10
 
 
-def spawn(argv: Sequence[str], environment: Optional[Mapping[str, str]] = None) -> int:
-    quiet = [
-        (os.POSIX_SPAWN_OPEN, 0, os.devnull, os.O_RDWR, 0),
-        (os.POSIX_SPAWN_DUP2, 0, 1),
-        (os.POSIX_SPAWN_DUP2, 0, 2),
+def spawn(
+    argv: Sequence[str],
+    environment: Optional[Mapping[str, str]] = None,
+    output: Union[str, Path] = os.devnull,
+) -> int:
+    redirected = [
+        (os.POSIX_SPAWN_OPEN, 0, os.devnull, os.O_RDONLY, 0),
+        (os.POSIX_SPAWN_OPEN, 1, str(output), os.O_WRONLY | os.O_CREAT | os.O_TRUNC, 0o644),
+        (os.POSIX_SPAWN_DUP2, 1, 2),
     ]
     everything = {**os.environ, **(environment or {})}
-    return os.posix_spawnp(argv[0], argv, everything, file_actions=quiet)
+    return os.posix_spawnp(argv[0], argv, everything, file_actions=redirected)
 
 
 def unwind_at_end() -> None:
@@ -24,9 +30,42 @@ def unwind_at_end() -> None:
 
 
 def end(process: int, number: int) -> None:
-    """Ends a process that was spawned here, which may have ended already."""
+    """Ends a process that was spawned here; raises if it has ended before."""
+    had_ended = has_ended(process)
     os.kill(process, number)
-    os.waitpid(process, 0)
+    _, status = os.waitpid(process, 0)
+    if had_ended:
+        raise RuntimeError(f"process {process} has ended by itself, with {status}")
+
+
+def has_ended(process: int) -> bool:
+    """Of a process that was spawned here and not yet waited for."""
+    return os.waitid(os.P_PID, process, os.WEXITED | os.WNOHANG | os.WNOWAIT) is not None
+
+
+def wait_until(
+    condition: Callable[[], bool], process: int, seconds: float, look_every: float = 0.1
+) -> None:
+    """Looks again and again; raises once the process, spawned here, has ended or time is up."""
+    end_of_time = time.monotonic() + seconds
+    while not condition():
+        if has_ended(process):
+            raise RuntimeError(f"process {process} has ended")
+        if time.monotonic() > end_of_time:
+            raise RuntimeError(f"process {process} took more than {seconds} seconds")
+        time.sleep(look_every)
+
+
+def wait_for_orphans() -> None:
+    """Until all that was started by what has been started here, and adopted, has ended, too."""
+    end_of_time = time.monotonic() + _LONGEST_LIFE_AFTER_PARENT_SECONDS
+    try:
+        while time.monotonic() < end_of_time:
+            if os.waitpid(-1, os.WNOHANG) == (0, 0):
+                time.sleep(0.1)
+    except ChildProcessError:
+        return
+    raise RuntimeError(f"still there: {sorted(family(os.getpid()))}")
 
 
 def life_milliseconds(argv: Sequence[str]) -> float:

@@ -12,7 +12,9 @@ def goal_rows(verdicts: Sequence[Verdict]) -> list[list[str]]:
         measured = f"{figure.text(verdict.value)} {figure.unit}".rstrip()
         aim = f"at most {figure.text(goal.most)} {figure.unit}".rstrip()
         if goal.times:
+            lowest, highest = f"{min(verdict.ratios):.2f}", f"{max(verdict.ratios):.2f}"
             measured += f", {verdict.measure:.2f} times"
+            measured += f" ({lowest} to {highest})" if lowest != highest else ""
             aim = f"at most {goal.most:g} times {goal.times}"
         share = f"{verdict.measure / goal.most:.2f}"
         outcome = "reached" if verdict.reached else "MISSED"

@@ -1,6 +1,6 @@
-// Preloaded, it counts who allocates memory in the loop: the callers of malloc and of operator
-// new, by the file that they are in, from the second sleep to the last. Then it prints a line
-// with name and number for each, and ends the process.
+// Preloaded, it counts who allocates memory in the loop: the callers of malloc, calloc, realloc
+// and operator new, by the file that they are in, from the second sleep to the last. Then it prints
+// a line with name and number for each, and ends the process.
 
 #include <cstddef>
 #include <cstdint>
@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 extern "C" void* __libc_malloc(std::size_t bytes);
+extern "C" void* __libc_calloc(std::size_t number, std::size_t bytes);
+extern "C" void* __libc_realloc(void* old, std::size_t bytes);
 
 namespace {
 
@@ -46,6 +48,18 @@ extern "C" void* malloc(std::size_t bytes)
 {
   note(__builtin_return_address(0));
   return __libc_malloc(bytes);
+}
+
+extern "C" void* calloc(std::size_t number, std::size_t bytes)
+{
+  note(__builtin_return_address(0));
+  return __libc_calloc(number, bytes);
+}
+
+extern "C" void* realloc(void* old, std::size_t bytes)
+{
+  note(__builtin_return_address(0));
+  return __libc_realloc(old, bytes);
 }
 
 void* operator new(std::size_t bytes)

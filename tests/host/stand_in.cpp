@@ -1,6 +1,7 @@
 // Preloaded, it stands before the C functions of libgpiod's version 1: four lines without a
 // board, AC power on and the battery good. With TIME_IS_SIMULATED in the environment also
-// before two of the C library: a sleep returns at once and moves both clocks.
+// before two of the C library: a sleep returns at once and moves both clocks, and the process
+// ends at the sleep whose number is in ENDS_AT_SLEEP.
 // Allocates nothing, for the program's memory is watched.
 
 #include <cstdint>
@@ -11,6 +12,7 @@
 
 #include <dlfcn.h>
 #include <gpiod.h>
+#include <unistd.h>
 
 struct gpiod_line {
   const char* name;
@@ -30,6 +32,9 @@ constexpr std::int64_t nanosecondsPerSecond = 1'000'000'000;
 gpiod_line lines[] = {{"PWR-IN", 0}, {"BAT-T1", 1}, {"BAT-T2", 0}, {"BAT-SW", 1}};
 gpiod_chip chip;
 gpiod_chip_iter iterator;
+
+const char* const endsAtSleep = std::getenv("ENDS_AT_SLEEP");
+int sleepsLeft = endsAtSleep == nullptr ? -1 : std::atoi(endsAtSleep);
 
 const bool isTimeSimulated = std::getenv("TIME_IS_SIMULATED") != nullptr;
 // Noon on the third of June 2024, an hour after boot.
@@ -55,6 +60,9 @@ int nanosleep(const timespec* request, timespec* remainder)
 {
   if (!isTimeSimulated) {
     return next<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
+  }
+  if (--sleepsLeft == 0) {
+    _exit(0);
   }
   const std::int64_t nanoseconds = request->tv_sec * nanosecondsPerSecond + request->tv_nsec;
   wall += nanoseconds;
