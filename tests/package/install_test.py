@@ -222,7 +222,6 @@ def test_an_upgrade_keeps_the_times_and_a_disabled_service_disabled(root, deb, n
     "fields",
     [
         ["testing=0"],
-        ["missingPower=1"],
         ["batteryBad=1", "count=1", "runTest=1", "runTestNow=1", "duration=1"],
         ["testing=255", "batteryEmpty=255", "batteryBad=255"],
     ],
@@ -238,6 +237,7 @@ def test_an_upgrade_restarts_the_daemon(running, newer, fields):
     "fields, reason",
     [
         (["testing=1"], "a battery test is running"),
+        (["missingPower=1"], "the board runs on its battery"),
         (["batteryEmpty=1", "missingPower=1"], "it is shutting the system down"),
         (["batteryEmpty=1", "missingPower=0"], "it is shutting the system down"),
     ],
