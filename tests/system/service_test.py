@@ -132,7 +132,7 @@ def test_the_service_is_refused_beside_a_daemon(service):
     with Program([PROGRAM, "-c", str(CONFIGURATION)]) as first:
         first.wait_for_line("Full server", within=1)
         systemctl("start", UNIT)
-        service.journal.wait_for_line(f"Failed to start {DESCRIPTION}.", within=20)
+        service.journal.wait_for_line(f"Failed to start {DESCRIPTION}.", within=60)
         assert service.journal.stdout.splitlines() == failed_starts(
             [NO_RESULT_FILE, "Another instance is running"]
         )
@@ -251,7 +251,7 @@ def test_a_request_without_the_service_fails(service):
 def test_a_broken_configuration_is_seen(service, setting, reason):
     service.configure(setting)
     systemctl("start", UNIT)
-    service.journal.wait_for_line(f"Failed to start {DESCRIPTION}.", within=20)
+    service.journal.wait_for_line(f"Failed to start {DESCRIPTION}.", within=60)
     assert service.journal.stdout.splitlines() == failed_starts([reason])
     assert service.state() == ("failed", "exit-code")
 
@@ -260,10 +260,18 @@ def test_a_broken_configuration_is_seen(service, setting, reason):
     service.start()
 
 
+def test_a_chip_that_is_missing_for_a_moment_is_waited_for(service):
+    remove_chips()
+    systemctl("start", UNIT)
+    sleep_until(now() + 35 * SECOND)
+    wire(natural_pulls=True)
+    service.journal.wait_for_line("Full server", within=10)
+
+
 def test_a_missing_line_is_seen(service):
     remove_chips()
     systemctl("start", UNIT)
-    service.journal.wait_for_line(f"Failed to start {DESCRIPTION}.", within=20)
+    service.journal.wait_for_line(f"Failed to start {DESCRIPTION}.", within=60)
     assert service.journal.stdout.splitlines() == failed_starts(
         [NO_RESULT_FILE, "Start", "Failed to get line 'PWR-IN'"]
     )
@@ -274,8 +282,8 @@ def test_a_daemon_that_dies_is_started_again(service, signal):
     service.start()
     begin = now()
     systemctl("kill", f"--signal={signal}", UNIT)
-    again = service.journal.wait_for_line("Full server", within=5)
-    assert 2 * SECOND <= again.time - begin < 3 * SECOND
+    again = service.journal.wait_for_line("Full server", within=12)
+    assert 10 * SECOND <= again.time - begin < 11 * SECOND
     assert shown(UNIT, "NRestarts") == "1"
 
 
@@ -284,7 +292,7 @@ def test_one_that_dies_now_and_then_is_not_given_up(service):
     for _ in range(10):
         sleep_until(now() + 20 * SECOND)
         systemctl("kill", "--signal=ABRT", UNIT)
-        service.journal.wait_for_line("Full server", within=5)
+        service.journal.wait_for_line("Full server", within=12)
 
 
 def test_without_the_battery_lines_it_only_watches(service):
