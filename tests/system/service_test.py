@@ -23,7 +23,7 @@ from status import ZERO_STATUS
 
 from guest.board import wire
 from guest.clock import now, set_wall, sleep_until, wait_until, wall
-from guest.lines import remove_chips
+from guest.lines import PWR_IN, make_chip, remove_chips
 from guest.process import Program, run
 
 DAY = 24 * 3600
@@ -107,7 +107,7 @@ def test_it_waits_for_chips_whose_drivers_are_being_loaded(service, tmp_path):
         run(["udevadm", "control", "--reload"])
 
 
-def test_the_documented_drop_in_waits_for_a_chip_that_comes_late(service):
+def test_the_documented_drop_in_waits_for_chips_that_come_late(service):
     page = (PROJECT / "docs/operation.md").read_text()
     (drop_in,) = re.findall(r"```ini\n(.*?)```", page, re.DOTALL)
     service.drop_in(drop_in)
@@ -115,6 +115,11 @@ def test_the_documented_drop_in_waits_for_a_chip_that_comes_late(service):
     systemctl("start", "--no-block", UNIT)
     sleep_until(now() + 20 * SECOND)
     assert shown(UNIT, "ActiveState") == "activating"
+    # One line of the four is not enough.
+    make_chip([PWR_IN])
+    sleep_until(now() + 20 * SECOND)
+    assert shown(UNIT, "ActiveState") == "activating"
+    remove_chips()
     wire(natural_pulls=True)
     service.journal.wait_for_line("Full server", within=2)
 
