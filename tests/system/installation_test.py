@@ -60,6 +60,12 @@ def assert_it_guards(owner, folder):
     assert shown(UNIT, "UnitFileState") == "enabled"
 
 
+def test_an_ordinary_user_can_type_them():
+    """Who has no /usr/sbin in the PATH, and sees no journal of the system."""
+    on_the_board = (INSTALL, EDIT, START, LOG, STATUS)
+    assert [command for command in on_the_board if not command.startswith("sudo ")] == []
+
+
 def test_debian_s_package(owner, tmp_path):
     # Done on the host; its package is what the next command takes.
     assert PACKAGE == ["scripts/deps package", "scripts/package"]
@@ -69,7 +75,7 @@ def test_debian_s_package(owner, tmp_path):
     assert shown(UNIT, "ActiveState") == "inactive"
     assert_it_guards(owner, tmp_path)
 
-    (timer,) = re.findall("`(systemctl .*timer)`", (PROJECT / "docs" / PAGE).read_text())
+    (timer,) = re.findall("`(sudo systemctl .*timer)`", (PROJECT / "docs" / PAGE).read_text())
     owner.run(timer, tmp_path)
     assert systemctl("is-active", "kelvo-pwr-test.timer").stdout == "active\n"
     owner.run("apt purge kelvo-pwr", tmp_path)
