@@ -51,3 +51,11 @@ def test_the_configuration_s_manual_page_has_every_setting_and_its_description()
     page = (MANUAL / "kelvo-pwr.conf.5").read_text()
     found = re.findall(r"^\.It Cm (\S+) Pq (?:Ql |Pa )?(\S+)\n(.*)\.$", page, re.MULTILINE)
     assert found == settings() + file_settings()
+
+
+def test_the_manual_page_s_examples_have_the_service_s_configuration():
+    unit = (PROJECT / "packaging" / "systemd" / "kelvo-pwr.service").read_text()
+    (configuration,) = re.findall(r"^ExecStart=.* -c (\S+)$", unit, re.MULTILINE)
+    page = (MANUAL / "kelvo-pwr.8").read_text()
+    assert set(re.findall(r"^\.Dl .*-c (\S+)", page, re.MULTILINE)) == {configuration}
+    assert f"\n.It Pa {configuration}\n" in page
