@@ -5,6 +5,7 @@ systemctl is a stand-in there that notes its calls; nothing is booted.
 
 import fcntl
 import os
+import re
 import shutil
 import subprocess
 from contextlib import contextmanager
@@ -128,6 +129,20 @@ def test_it_runs_with_its_configuration(root, deb):
     (root.path / RESULT_FILE).write_text("result.start=1\nresult.end=2\n")
     listing = root.run("kelvo-pwr", "-v", "-s", "-c", f"/{CONFIGURATION}").stdout
     assert listing.endswith(f"startTimestamp{' ' * 11}: 1\nendTimestamp{' ' * 13}: 2\n")
+
+
+def test_its_pages_find_each_other_and_the_examples(root, deb):
+    install(root, deb)
+    folder = root.path / "usr/share/doc/kelvo-pwr"
+    # Those of docs; the README is for the checkout.
+    pages = [page for page in folder.glob("*.md") if page.name != "README.md"]
+    texts = "".join(page.read_text() for page in pages)
+    named = set(re.findall(r"\]\(([\w-]+[.]\w+)", texts))
+    assert {"wiring.md", "cost.svg"} <= named
+    assert [name for name in named if not (folder / name).exists()] == []
+    tools = re.findall(r"install contrib/(\S+)", (folder / "monitoring.md").read_text())
+    assert len(tools) == 2
+    assert [tool for tool in tools if not os.access(folder / "examples" / tool, os.X_OK)] == []
 
 
 def test_purging_leaves_nothing(system, deb):
