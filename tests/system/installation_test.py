@@ -9,7 +9,7 @@ import pytest
 
 from owner import Owner
 from pages import PROJECT, blocks
-from rig import CONFIGURATION, DESCRIPTION, NO_RESULT_FILE, UNIT, shown, systemctl
+from rig import CONFIGURATION, DESCRIPTION, NO_RESULT_FILE, UNIT, UNITS, shown, systemctl
 from status import ZERO_STATUS, fields
 
 from guest.clock import wait_until
@@ -18,7 +18,8 @@ from guest.system_calls import mount
 
 PAGE = "installation.md"
 PACKAGE, (INSTALL, EDIT, START, LOG, STATUS) = blocks(PAGE, "Debian")
-BUILD, CONFIGURE = blocks(PAGE, "From source")
+BUILD, CONFIGURE, REMOVE = blocks(PAGE, "From source")
+(TIMER,) = re.findall("`(sudo systemctl .*timer)`", (PROJECT / "docs" / PAGE).read_text())
 (SETTINGS,) = re.findall(f"^sudo editor {CONFIGURATION} +# (.*)$", EDIT)
 
 # Where the host has it: what was built there knows its folder.
@@ -58,6 +59,10 @@ def assert_it_guards(owner, folder):
     ]
     assert {**fields(owner.run(STATUS, folder)), "count": 0} == ZERO_STATUS
     assert shown(UNIT, "UnitFileState") == "enabled"
+    owner.run(TIMER, folder)
+    assert systemctl("is-active", "kelvo-pwr-test.timer").stdout == "active\n"
+    # Which reaches the daemon.
+    assert systemctl("start", "kelvo-pwr-test.service").status == 0
 
 
 def test_an_ordinary_user_can_type_them():
@@ -74,10 +79,6 @@ def test_debian_s_package(owner, tmp_path):
     owner.run(INSTALL, tmp_path)
     assert shown(UNIT, "ActiveState") == "inactive"
     assert_it_guards(owner, tmp_path)
-
-    (timer,) = re.findall("`(sudo systemctl .*timer)`", (PROJECT / "docs" / PAGE).read_text())
-    owner.run(timer, tmp_path)
-    assert systemctl("is-active", "kelvo-pwr-test.timer").stdout == "active\n"
     owner.run("apt purge kelvo-pwr", tmp_path)
 
 
@@ -93,7 +94,15 @@ def checkout(tmp_path):
     return CHECKOUT
 
 
+def files():
+    """What there is of it on the system."""
+    places = ("/etc", "/usr/local", "/var/lib", "/run/kelvo-pwr.lock", "/dev/shm")
+    found = run(["find", *places, "-path", "*kelvo*", "-not", "-type", "d"])
+    return set(found.stdout.splitlines())
+
+
 def test_from_source(checkout, owner):
+    before = files()
     *building, install = BUILD
     # Done on the host.
     assert building == [
@@ -107,3 +116,8 @@ def test_from_source(checkout, owner):
     assert_it_guards(owner, checkout)
     program = os.readlink(f"/proc/{shown(UNIT, 'MainPID')}/exe")
     assert program == "/usr/local/sbin/kelvo-pwr"
+    assert files() > before
+    for command in REMOVE:
+        owner.run(command, checkout)
+    assert files() == before
+    assert [shown(unit, "LoadState") for unit in UNITS] == ["not-found"] * 3
