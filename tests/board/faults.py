@@ -9,12 +9,20 @@ import re
 from pathlib import Path
 from typing import Sequence
 
-from rig import Rig
+from rig import PROGRAM, Rig
 
 from guest.clock import wait_until
 from guest.process import Program
 
 _MARKS = ("(INJECTED)", "(DELAYED)")
+
+# Other versions of the libraries make other calls.
+_CONTENT = Path(PROGRAM).read_bytes()
+LIBGPIOD_2 = b"libgpiod.so.3" in _CONTENT
+BOOST_1_83 = b"libboost_program_options.so.1.83" in _CONTENT
+
+# The request of a line, in the words of either version.
+LINE_REQUEST = "GPIO_(GET_LINEHANDLE|V2_GET_LINE)_IOCTL"
 
 
 def text_of(error: str) -> str:

@@ -5,6 +5,7 @@ from pathlib import Path
 
 import pytest
 
+from faults import LINE_REQUEST
 from moments import calls_in, meeting, noting
 from rig import NO_RESULT_FILE, SECOND
 
@@ -241,7 +242,7 @@ def test_a_line_taken_between_look_and_request_ends_the_start(rig, name):
     daemon.wait_for_line("Full server", within=1)
     daemon.kill()
     rig.trace.clear()
-    requests = [call for call in calls_in(rehearsal) if "GPIO_GET_LINEHANDLE_IOCTL" in call.text]
+    requests = [call for call in calls_in(rehearsal) if re.search(LINE_REQUEST, call.text)]
     assert len(requests) == len(LINES)
 
     daemon = rig.daemon(before=meeting((requests[LINES.index(name)], "delay_enter=1s")))
