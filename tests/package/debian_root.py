@@ -52,10 +52,10 @@ class Root:
 
     def run(self, *argv) -> subprocess.CompletedProcess:
         """Runs a command in it, without input; its status is the caller's affair."""
-        return in_root(self.path, argv)
+        return in_root(self.path, argv, timeout=300)
 
 
-def in_root(path: Path, argv: Sequence) -> subprocess.CompletedProcess:
+def in_root(path: Path, argv: Sequence, timeout: float = 1800) -> subprocess.CompletedProcess:
     own = {
         "PATH": "/usr/sbin:/usr/bin:/sbin:/bin",
         "LC_ALL": "C.UTF-8",
@@ -68,6 +68,7 @@ def in_root(path: Path, argv: Sequence) -> subprocess.CompletedProcess:
         capture_output=True,
         text=True,
         env={**own, **proxies},
+        timeout=timeout,
     )
 
 
