@@ -85,7 +85,7 @@ def _mirror() -> str:
     targets = _asked("apt-get", "indextargets", "--format", _TARGET, "Created-By: Packages")
     for line in targets.splitlines():
         # Codename and label are known only when apt has fetched the lists.
-        address, component, codename, release, label = line.split(" ")
+        address, component, codename, release, label = line.split(" ", 4)
         ours = this_release() in (codename, release) and label in ("", "Debian")
         if ours and component == "main":
             return address
