@@ -9,7 +9,8 @@
 /// What this program uses of the C++ interface of libgpiod's version 1, made from
 /// the C interface of version 2. Only on the include path where version 1 is not
 /// used. The same to a caller, down to the texts of the exceptions; but it is
-/// version 2 that says why a file in /dev is no chip.
+/// version 2 that says why a file in /dev is no chip, and a chip that cannot say
+/// what it is spoils the lookup rather than the iterator.
 namespace gpiod {
 
 struct line_request {
