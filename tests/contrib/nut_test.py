@@ -30,12 +30,13 @@ def bridge(nut):
         yield bridge
 
 
-def variables(status, result):
+def variables(status, result, date=None):
     texts = {
         "device.model": "kelvo-pwr",
         "device.type": "ups",
         "ups.model": "kelvo-pwr",
         "ups.status": status,
+        "ups.test.date": date,
         "ups.test.result": result,
     }
     return {name: text for name, text in texts.items() if text is not None}
@@ -166,6 +167,20 @@ def test_the_result_of_a_battery_test(rig, nut, bridge):
         assert nut.variables() == variables("OL", result)
         # Twice the duration has to pass between two tests.
         sleep_until(now() + 12 * SECOND)
+
+
+def test_the_date_of_the_last_battery_test(rig, nut):
+    # Another one has begun and not ended.
+    rig.save_times(1_717_502_400, 1_717_416_600)
+    known = {"KELVO_PWR": PROGRAM, "KELVO_PWR_CONF": str(rig.conf)}
+    with Program([BRIDGE, nut.file], env=known):
+        rig.full_server("test.hour=-1")
+        nut.wait_for("OL", within=STARTED)
+        assert nut.variables() == variables("OL", NOT_KNOWN_BAD, "2024-06-03 12:10:00 UTC")
+        for what_it_takes in (rig.result_file, rig.conf):
+            what_it_takes.unlink()
+            sleep_until(now() + SEEN * SECOND)
+            assert nut.variables() == variables("OL", NOT_KNOWN_BAD)
 
 
 def test_a_result_goes_when_it_is_no_longer_known(rig, nut, bridge):
