@@ -8,6 +8,8 @@ after the one before, in which tenth of that second, and what is done then.
 import random
 from datetime import datetime, timezone
 
+import oddities
+
 _SHUTDOWN_WAITS = (0, 5, 14, 15, 16, 17, 19, 20, 30, 120)
 _DURATIONS = (0, 1, 2, 3, 5, 10, 30, 30, 60, 600)
 _PERIODS = (0, 5, 20, 60, 60, 600, 3600, 86_400, 1_209_600, (1 << 32) - 1)
@@ -18,7 +20,7 @@ def make(seed: int) -> dict:
     wall = _wall(choose)
     zone = choose.choice(("UTC", "Europe/Berlin", "Asia/Tokyo", "America/New_York"))
     confs, words = _settings(choose, wall)
-    return {
+    life = {
         "seed": seed,
         "wall": wall,
         "zone": zone,
@@ -30,6 +32,8 @@ def make(seed: int) -> dict:
         "result": _result(choose, wall),
         "steps": _steps(choose, wall),
     }
+    oddities.add(life)
+    return life
 
 
 def _wall(choose: random.Random) -> int:

@@ -95,10 +95,8 @@ class Player:
             self.open.enter_context(self.board.chip.line(name).hold())
 
     def _write_files(self) -> None:
-        for number, (conf, pairs) in enumerate(zip(self.confs, self.life["confs"])):
-            lines = [f"{name}={self.world.resolved(name, value)}\n" for name, value in pairs]
-            own = f"sys.save.path={self.result_file}\n" if number == 0 else ""
-            conf.write_text(own + "".join(lines))
+        for conf, pairs in self.world.files():
+            Path(conf).write_text("".join(f"{name}={value}\n" for name, value in pairs))
         self._result({"text": self.life["result"]})
 
     # Waiting.

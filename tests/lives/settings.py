@@ -1,9 +1,10 @@
 """The model's settings: where each value comes from and which source wins."""
 
+import re
 from typing import NamedTuple, Optional, Sequence
 
 _TRUE, _FALSE = {"", "true", "yes", "on", "1"}, {"false", "no", "off", "0"}
-_BITS = {
+BITS = {
     "test.period": 32,
     "test.duration": 16,
     "test.init.disable": 16,
@@ -29,9 +30,11 @@ DEFAULTS = {
     "test.shut.cutoff": 120,
     "test.shut.cmd": "reboot",
     "sys.save.path": "/usr/local/etc/kelvo/kelvo-pwr.dat",
+    "sys.board.path": "/proc/device-tree/info/base-board",
     "result.start": 0,
     "result.end": 0,
 }
+_COMMAND_LINE = [name for name in DEFAULTS if name.startswith(("gpio.", "test."))]
 
 
 class Loaded(NamedTuple):
@@ -48,59 +51,66 @@ def load(
     words: Sequence[Sequence[str]], files: Sequence[tuple], result_file: Optional[str]
 ) -> Loaded:
     """From the pairs on the command line, the files as (path, pairs), and the result file."""
-    given: dict[str, str] = {}
+    given: dict = {}
     stdout: list[str] = []
+    stderr: list = []
     try:
-        _take(given, dict(words))
+        if any(name not in _COMMAND_LINE or value == "" for name, value in words):
+            raise Broken
+        _take(given, words)
         for path, pairs in files:
-            stdout += _file(given, path, pairs, [*DEFAULTS, "sys.board.path"])
-        stderr = []
-        values = _typed(given)
+            stdout += _file(given, path, pairs, DEFAULTS)
         if result_file is None:
             stderr.append("Cant read timestamp conf")
         else:
+            path = given.get("sys.save.path", DEFAULTS["sys.save.path"])
             pairs = [line.split("=", 1) for line in result_file.splitlines()]
-            stdout += _file(given, values["sys.save.path"], pairs, _RESULT)
-        return Loaded(_typed(given), stdout, stderr)
+            stdout += _file(given, path, pairs, _RESULT)
     except Broken:
         return Loaded(None, stdout, [None])
+    values = {**DEFAULTS, **given}
+    if values["test.shut.cmd"] not in ("reboot", "poweroff"):
+        values["test.shut.cmd"] = "reboot"
+    return Loaded(values, stdout, stderr)
 
 
 def _file(given: dict, path: str, pairs: Sequence, known: Sequence[str]) -> list[str]:
-    names = [pair[0] for pair in pairs if pair[0] in known]
-    if any(len(pair) != 2 for pair in pairs) or len(names) != len(set(names)):
+    if any(len(pair) != 2 for pair in pairs):
         raise Broken
-    _take(given, {name: value for name, value in pairs if name in known})
-    _typed(given)
+    _take(given, [(name, value.strip()) for name, value in pairs if name in known])
     return [f"Unknown option in {path}: {name}" for name, _ in pairs if name not in known]
 
 
-def _take(given: dict, more: dict) -> None:
-    """The first source that gives a value is the last word."""
-    for name, value in more.items():
-        given.setdefault(name, value)
+def _take(given: dict, pairs: Sequence) -> None:
+    """What an earlier source has given is final: more values for it are not even looked at."""
+    new = [(name, value) for name, value in pairs if name not in given]
+    if len(dict(new)) < len(new):
+        raise Broken
+    given.update({name: _converted(name, value) for name, value in new})
 
 
-def _typed(given: dict) -> dict:
-    values = dict(DEFAULTS)
-    for name, text in given.items():
-        default = DEFAULTS.get(name)
-        if isinstance(default, bool):
-            if text.lower() not in _TRUE | _FALSE:
-                raise Broken
-            values[name] = text.lower() in _TRUE
-        elif isinstance(default, int):
-            try:
-                values[name] = int(text)
-            except ValueError:
-                raise Broken from None
-            if name in _BITS and values[name] >= 1 << _BITS[name]:
-                raise Broken
-        else:
-            values[name] = text
-    if values["test.shut.cmd"] not in ("reboot", "poweroff"):
-        values["test.shut.cmd"] = "reboot"
-    return values
+def _converted(name: str, text: str):
+    default = DEFAULTS[name]
+    if isinstance(default, bool):
+        if text.lower() not in _TRUE | _FALSE:
+            raise Broken
+        return text.lower() in _TRUE
+    if isinstance(default, int):
+        if not re.fullmatch("[+-]?[0-9]+", text):
+            raise Broken
+        return _in_range(name, int(text))
+    return text
+
+
+def _in_range(name: str, number: int) -> int:
+    """The range of an unsigned number is that of its digits; its sign then makes it wrap."""
+    if name not in BITS:
+        if not -(1 << 31) <= number < 1 << 31:
+            raise Broken
+        return number
+    if abs(number) >= 1 << BITS[name]:
+        raise Broken
+    return number % (1 << BITS[name])
 
 
 def listing(values: dict, run_test: bool, run_test_now: bool) -> list[str]:

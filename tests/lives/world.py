@@ -96,12 +96,16 @@ class World:
         return expected
 
     def load(self, words):
+        return load([self._resolved(*pair) for pair in words], self.files(), self.result_file)
+
+    def files(self) -> list[tuple]:
+        """Each configuration file's path and pairs."""
         files = [
             (path, [self._resolved(*pair) for pair in pairs])
             for path, pairs in zip(self.paths["confs"], self.life["confs"])
         ]
         files[0][1].insert(0, ("sys.save.path", self.paths["result"]))
-        return load([self._resolved(*pair) for pair in words], files, self.result_file)
+        return files
 
     def resolved(self, name: str, value) -> str:
         """Some quiet times are meant from the begin of the life, which is later than boot."""
