@@ -10,7 +10,6 @@ import json
 import os
 import sys
 import tempfile
-import time
 import traceback
 from pathlib import Path
 
