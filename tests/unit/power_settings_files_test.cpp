@@ -168,9 +168,8 @@ TEST_F(ConfigFileTest, AFileWithARepeatedKeyReportsNoUnknownKey)
   const std::string path = folder.file("conf", "foo=1\ntest.hour=1\ntest.hour=2\n");
   PowerSettings settings;
   std::string text;
-  const Recording recording = record([&] {
-    text = errorOf([&] { load(settings, {"-c", path}); });
-  });
+  const auto loading = [&] { load(settings, {"-c", path}); };
+  const Recording recording = record([&] { text = errorOf(loading); });
   EXPECT_NE(text.find("test.hour"), std::string::npos) << text;
   EXPECT_EQ(recording.out, "");
 }
@@ -207,9 +206,8 @@ TEST_F(ConfigFileTest, AMissingFileEndsTheLoading)
   fakeFiles = FakeFiles();
   PowerSettings settings;
   std::string text;
-  const Recording recording = record([&] {
-    text = errorOf([&] { load(settings, {"-c", missing, "-c", later}); });
-  });
+  const auto loading = [&] { load(settings, {"-c", missing, "-c", later}); };
+  const Recording recording = record([&] { text = errorOf(loading); });
   EXPECT_EQ(text, "Cant read conf: " + missing);
   EXPECT_EQ(recording.out + recording.err, "");
   EXPECT_EQ(fakeFiles.streams, std::vector<std::string>{missing});

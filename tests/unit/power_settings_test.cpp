@@ -116,10 +116,11 @@ TEST(PowerSettingsTest, WithoutArgumentsAllIsDefaultAndNoFileIsOpened)
 
 TEST(PowerSettingsTest, EachSwitchHasALongAndAShortForm)
 {
+  using Field = bool PowerSettings::*;
   const struct {
     const char* longForm;
     const char* shortForm;
-    bool PowerSettings::*field;
+    Field field;
   } table[] = {
       {"--help", "-h", &PowerSettings::help},
       {"--verbose", "-v", &PowerSettings::verbose},

@@ -189,8 +189,8 @@ TEST_F(SharedStateTest, AReaderCannotWrite)
   createSharedState(ours);
   openSharedStateReadOnly(theirs);
   ASSERT_NE(theirs.status, nullptr);
-  EXPECT_EXIT(
-      theirs.status->count = 1, [](int status) { return status != 0; }, "");
+  const auto failed = [](int status) { return status != 0; };
+  EXPECT_EXIT(theirs.status->count = 1, failed, "");
   EXPECT_EQ(std::uint32_t{ours.status->count}, 0U);
 }
 
