@@ -1,7 +1,6 @@
 #include "app/battery_test.h"
 
 #include "support/agent_test.h"
-#include "support/text_watch.h"
 
 #include <limits>
 
@@ -176,14 +175,10 @@ TEST_F(TestDueTest, TheRunTestIsClearedBeforeItIsChecked)
 {
   powerAgent.settings.testExternalScheduling = true;
   powerAgent.sharedState.request->runTest = 1;
-  int flagAtFirstRead = -1;
-  fakeClock.onRead = [&](clockid_t) {
-    if (flagAtFirstRead < 0) {
-      flagAtFirstRead = request().runTest;
-    }
-  };
-  isTestDue();
-  EXPECT_EQ(flagAtFirstRead, 0);
+  fakeClock.notesReads = true;
+  const Recording recording = record([] { isTestDue(); });
+  EXPECT_EQ(recording.story, (std::vector<std::string>{"0.000 runTest 0", "0.000 read wall clock",
+                                                       "0.000 read steady clock"}));
 }
 
 TEST_F(TestDueTest, ARunTestNowNeedsTwiceTheRequestedDuration)
@@ -252,26 +247,15 @@ TEST_F(TestDueTest, ARefusedRunTestNowIsGone)
   EXPECT_EQ(decision.out, "");
 }
 
-TEST_F(TestDueTest, TheRunTestNowIsClearedBeforeItIsPrinted)
-{
-  powerAgent.sharedState.request->runTestNow = 1;
-  powerAgent.settings.testHour = 3;
-  int flagAtText = -1;
-  {
-    const TextWatch watch([&](const std::string&) { flagAtText = request().runTestNow; });
-    isTestDue();
-  }
-  EXPECT_EQ(flagAtText, 0);
-}
-
-TEST_F(TestDueTest, TheRunTestNowIsPrintedBeforeItIsChecked)
+TEST_F(TestDueTest, ARunTestNowIsClearedThenPrintedThenChecked)
 {
   powerAgent.settings.testExternalScheduling = true;
   powerAgent.sharedState.request->runTestNow = 1;
-  fakeClock.onRead = [&](clockid_t) { note("flag " + std::to_string(request().runTestNow)); };
+  fakeClock.notesReads = true;
   const Recording recording = record([] { isTestDue(); });
   EXPECT_EQ(recording.story,
-            (std::vector<std::string>{"0.000 > Got run test now", "0.000 flag 0"}));
+            (std::vector<std::string>{"0.000 runTestNow 0", "0.000 > Got run test now",
+                                      "0.000 read wall clock"}));
 }
 
 TEST_F(TestDueTest, ARunTestNowBesideADueScheduleWaitsForTheNextTick)

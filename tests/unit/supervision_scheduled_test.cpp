@@ -1,10 +1,7 @@
 #include "app/supervision.h"
-#include "fakes/fake_files.h"
 #include "support/agent_test.h"
-#include "support/text_watch.h"
 
 #include <cerrno>
-#include <map>
 #include <system_error>
 
 /// One test with its bookkeeping.
@@ -52,42 +49,30 @@ TEST_F(ScheduledTestTest, StoresBothTimesAndWritesThemTwice)
 
 TEST_F(ScheduledTestTest, IsShownAsTestingFromBeforeTheFirstTimeUntilAfterTheSecondWrite)
 {
-  const auto noteState = [](const std::string& event) {
-    note(event + ", testing " + std::to_string(status().testing));
-  };
-  fakeClock.onRead = [&](clockid_t clock) {
-    if (clock == CLOCK_REALTIME) {
-      noteState("time");
-    }
-  };
-  fakeFiles.watchedPath = resultFile;
-  fakeFiles.onStream = noteState;
+  powerAgent.sharedState.request->duration = 2;
+  powerAgent.sharedState.status->batteryBad = 1;
+  fakeClock.notesReads = true;
   const Recording recording = record(runScheduledTest);
-  EXPECT_EQ(linesWithout(linesWithout(recording.story, "read"), "MS:"),
+  EXPECT_EQ(linesWithout(linesWithout(recording.story, "read BAT-T1"), "read steady clock"),
             (Story{
-                "0.000 time, testing 1",
-                "0.000 open, testing 1",
-                "0.000 close, testing 1",
+                "0.000 testing 1",
+                "0.000 read wall clock",
+                "0.000 open result.dat",
+                "0.000 close result.dat",
                 "0.000 write BAT-T2 1",
-                "4.000 write BAT-T2 0",
-                "4.000 time, testing 1",
-                "4.000 open, testing 1",
-                "4.000 close, testing 1",
-                "4.000 > Test result: Battery is good",
+                "0.000 > MS: 100000000",
+                "1.000 count 1",
+                "1.000 > MS: 100001000",
+                "2.000 count 2",
+                "2.000 write BAT-T2 0",
+                "2.000 batteryBad 0",
+                "2.000 duration 4",
+                "2.000 read wall clock",
+                "2.000 open result.dat",
+                "2.000 close result.dat",
+                "2.000 testing 0",
+                "2.000 > Test result: Battery is good",
             }));
-  EXPECT_EQ(status().testing, 0);
-}
-
-TEST_F(ScheduledTestTest, IsShownAsOverBeforeItsResultIsPrinted)
-{
-  std::map<std::string, int> testingAt;
-  {
-    const TextWatch watch([&](const std::string& text) { testingAt[text] = status().testing; });
-    runScheduledTest();
-  }
-  ASSERT_EQ(testingAt.count("Test result: "), 1U);
-  EXPECT_EQ(testingAt["Test result: "], 0);
-  EXPECT_EQ(testingAt["MS: "], 1);
 }
 
 TEST_F(ScheduledTestTest, RunsForTheRequestedTimeOrElseTheSetOne)
@@ -96,20 +81,22 @@ TEST_F(ScheduledTestTest, RunsForTheRequestedTimeOrElseTheSetOne)
     std::uint16_t requested;
     std::uint16_t set;
     std::uint16_t run;
-  } table[] = {{0, 4, 4}, {30, 4, 30}, {4, 30, 4}, {1, 65535, 1}, {700, 4, 700}};
+    const char* change;
+  } table[] = {
+      {0, 4, 4, "0.000 duration 4"},       {30, 4, 30, "30.000 duration 4"},
+      {4, 30, 4, "4.000 duration 30"},     {1, 65535, 1, "1.000 duration 65535"},
+      {700, 4, 700, "700.000 duration 4"},
+  };
   for (const auto& row : table) {
     SCOPED_TRACE(row.requested);
     fakeClock.start();
     powerAgent.settings.testDuration = row.set;
     powerAgent.sharedState.request->duration = row.requested;
     powerAgent.sharedState.status->count = 0;
-    int duringTest = -1;
-    fakeClock.at(500ms, [&] { duringTest = request().duration; });
-    record(runScheduledTest);
+    const Recording recording = record(runScheduledTest);
     EXPECT_EQ(fakeClock.elapsed(), std::chrono::seconds(row.run));
     EXPECT_EQ(status().count, row.run);
-    EXPECT_EQ(duringTest, row.run);
-    EXPECT_EQ(request().duration, row.set);
+    EXPECT_EQ(linesWith(recording.story, "duration"), Story{row.change});
   }
 }
 
@@ -189,11 +176,22 @@ TEST_F(ScheduledTestTest, OnScheduleLeavesARunTestNowToTheNextTickWhichRefusesIt
   EXPECT_EQ(linesWithout(linesWithout(recording.story, "read"), "MS:"),
             (Story{
                 "0.000 > Full server",
+                "0.000 testing 1",
+                "0.000 open result.dat",
+                "0.000 close result.dat",
                 "0.000 write BAT-T2 1",
+                "3.000 count 3",
                 "3.000 write BAT-T2 0",
+                "3.000 duration 4",
+                "3.000 open result.dat",
+                "3.000 close result.dat",
+                "3.000 testing 0",
                 "3.000 > Test result: Battery is good",
+                "4.000 count 4",
+                "4.000 runTestNow 0",
                 // By then the request has the set duration, 4, so 8 seconds are needed.
                 "4.000 > Got run test now",
+                "29.000 count 29",
             }));
 }
 

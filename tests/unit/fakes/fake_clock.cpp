@@ -64,7 +64,7 @@ void FakeClock::failSleepAt(Duration time, int error)
 
 int FakeClock::sleep(const timespec& request, timespec* remainder)
 {
-  collectOutput();
+  catchUpStory();
   const Duration requested =
       std::chrono::seconds(request.tv_sec) + std::chrono::nanoseconds(request.tv_nsec);
   sleeps.push_back({requested, remainder == &request});
@@ -81,6 +81,7 @@ int FakeClock::sleep(const timespec& request, timespec* remainder)
     _events.erase(next);
     if (!isError) {
       event.action();
+      catchUpStory();
       continue;
     }
     if (event.error == EINTR && remainder != nullptr) {
@@ -95,8 +96,9 @@ int FakeClock::sleep(const timespec& request, timespec* remainder)
 
 timespec FakeClock::read(clockid_t clock)
 {
-  if (onRead) {
-    onRead(clock);
+  catchUpStory();
+  if (notesReads) {
+    note(clock == CLOCK_REALTIME ? "read wall clock" : "read steady clock");
   }
   reads.push_back(clock);
   return timespecOf(_elapsed + (clock == CLOCK_REALTIME ? _wallOffset : _uptimeOffset));

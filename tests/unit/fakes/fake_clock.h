@@ -50,9 +50,10 @@ class FakeClock {
   /// Every call of nanosleep since start().
   std::vector<Sleep> sleeps;
 
-  /// Every clock read since start(), and what to do just before each.
+  /// Every clock read since start(), and whether each is noted in the recording: "read wall
+  /// clock" or "read steady clock".
   std::vector<clockid_t> reads;
-  std::function<void(clockid_t)> onRead;
+  bool notesReads = false;
 
   // What the C functions come to.
   bool isOn() const

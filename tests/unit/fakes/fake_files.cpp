@@ -4,10 +4,12 @@
 #include "fakes/fake_files.h"
 
 #include "fakes/next_symbol.h"
+#include "support/recording.h"
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <string>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -30,14 +32,20 @@ int openThrough(const char* path, int flags, unsigned mode)
   return next(path, flags, mode);
 }
 
+void noteWatched(const std::string& event)
+{
+  const std::string& path = watching->watchedPath;
+  note(event + " " + path.substr(path.rfind('/') + 1));
+}
+
 FILE* openStream(const char* function, const char* path, const char* mode)
 {
-  const bool isWatched = watching != nullptr && watching->onStream && watching->watchedPath == path;
+  const bool isWatched = watching != nullptr && watching->watchedPath == path;
   if (watching != nullptr) {
     watching->streams.emplace_back(path);
   }
   if (isWatched) {
-    watching->onStream("open");
+    noteWatched("open");
   }
   FILE* stream = nextSymbol<FILE*(const char*, const char*)>(function)(path, mode);
   if (isWatched) {
@@ -101,9 +109,9 @@ extern "C" FILE* fopen64(const char* path, const char* mode)
 
 extern "C" int fclose(FILE* stream)
 {
-  if (stream == watchedStream && watching != nullptr && watching->onStream) {
+  if (stream != nullptr && stream == watchedStream) {
     watchedStream = nullptr;
-    watching->onStream("close");
+    noteWatched("close");
   }
   return nextSymbol<int(FILE*)>("fclose")(stream);
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -31,10 +30,9 @@ struct FakeFiles {
 
   /// Paths of the streams opened, in order.
   std::vector<std::string> streams;
-  /// Called with "open" before a stream on `watchedPath` is opened and with
-  /// "close" before it is closed.
+  /// A stream on this path is noted in the recording before it is opened and before it is
+  /// closed, as "open result.dat" and "close result.dat".
   std::string watchedPath;
-  std::function<void(const std::string& event)> onStream;
 };
 
 extern FakeFiles& fakeFiles;

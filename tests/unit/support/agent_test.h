@@ -44,7 +44,7 @@ class AgentTest : public testing::Test {
   /// Runs `code` until the fake clock has gone on by `duration`.
   static Recording recordFor(FakeClock::Duration duration, const std::function<void()>& code);
 
-  /// Changes PWR-IN under a running server and looks at missingPower each second.
+  /// Changes PWR-IN under a running server, whose missingPower must follow.
   static void expectMissingPowerToFollowTheLine(const std::function<void()>& server);
 
   // The shared records as values.

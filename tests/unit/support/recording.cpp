@@ -1,13 +1,13 @@
 #include "support/recording.h"
 
 #include "fakes/fake_clock.h"
+#include "support/published_fields.h"
+#include "support/text_watch.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
-#include <iterator>
 #include <sstream>
 #include <stdexcept>
 
@@ -99,9 +99,56 @@ std::string stamp()
   return text;
 }
 
+/// The seconds of a wait are one line, that of the last: a line that shows how `count` went
+/// on takes the place of one just before it.
+void addToStory(std::vector<std::string>& story, const std::string& line)
+{
+  const auto isCount = [](const std::string& one) { return one.find(" count ") == one.find(' '); };
+  if (isCount(line) && !story.empty() && isCount(story.back())) {
+    story.pop_back();
+  }
+  story.push_back(line);
+}
+
 class Recorder {
  public:
-  void collect()
+  Recorder()
+  {
+    startWatchingFields();
+  }
+
+  void catchUp()
+  {
+    collectLines();
+    lookAtFields([&](const std::string& change) { append(change); });
+  }
+
+  void add(const std::string& text)
+  {
+    catchUp();
+    append(text);
+  }
+
+  Recording finish()
+  {
+    catchUp();
+    Recording recording;
+    recording.out = _out.textFrom(0);
+    recording.err = _err.textFrom(0);
+    std::istringstream story(_story.textFrom(0));
+    for (std::string line; std::getline(story, line);) {
+      addToStory(recording.story, line);
+    }
+    return recording;
+  }
+
+ private:
+  void append(const std::string& text)
+  {
+    _story.append(stamp() + text + "\n");
+  }
+
+  void collectLines()
   {
     flushOutput();
     const off_t collected = lseek(_collected.descriptor, 0, SEEK_CUR);
@@ -112,32 +159,12 @@ class Recorder {
     std::string line;
     off_t bytes = 0;
     while (std::getline(lines, line) && !lines.eof()) {
-      _story.append(stamp() + "> " + line + "\n");
+      append("> " + line);
       bytes += static_cast<off_t>(line.size()) + 1;
     }
     lseek(_collected.descriptor, bytes, SEEK_CUR);
   }
 
-  void add(const std::string& text)
-  {
-    collect();
-    _story.append(stamp() + text + "\n");
-  }
-
-  Recording finish()
-  {
-    collect();
-    Recording recording;
-    recording.out = _out.textFrom(0);
-    recording.err = _err.textFrom(0);
-    std::istringstream story(_story.textFrom(0));
-    for (std::string line; std::getline(story, line);) {
-      recording.story.push_back(line);
-    }
-    return recording;
-  }
-
- private:
   MemoryFile _out;
   MemoryFile _err;
   MemoryFile _story;
@@ -145,6 +172,8 @@ class Recorder {
   MemoryFile _collected;
   Redirection _outRedirection{STDOUT_FILENO, _out};
   Redirection _errRedirection{STDERR_FILENO, _err};
+  /// What was stored before a text stands before it.
+  TextWatch _textWatch{[this] { catchUp(); }};
 };
 
 Recorder* recorder = nullptr;
@@ -182,7 +211,11 @@ std::vector<std::string> linesThat(const std::vector<std::string>& story,
                                    const std::function<bool(const std::string&)>& isWanted)
 {
   std::vector<std::string> lines;
-  std::copy_if(story.begin(), story.end(), std::back_inserter(lines), isWanted);
+  for (const std::string& line : story) {
+    if (isWanted(line)) {
+      addToStory(lines, line);
+    }
+  }
   return lines;
 }
 
@@ -228,10 +261,10 @@ void note(const std::string& text)
   }
 }
 
-void collectOutput()
+void catchUpStory()
 {
   if (recorder != nullptr) {
-    recorder->collect();
+    recorder->catchUp();
   }
 }
 

@@ -3,15 +3,14 @@
 #include <functional>
 #include <iostream>
 #include <streambuf>
-#include <string>
 #include <utility>
 
-/// Takes the place of std::cout's own buffer while it lives and shows each text
-/// at the moment at which it is written.
+/// Stands before std::cout's own buffer while it lives: runs `beforeText` before each text
+/// that is written and passes the text on.
 class TextWatch : public std::streambuf {
  public:
-  explicit TextWatch(std::function<void(const std::string&)> onText)
-      : _onText(std::move(onText)), _original(std::cout.rdbuf(this))
+  explicit TextWatch(std::function<void()> beforeText)
+      : _beforeText(std::move(beforeText)), _original(std::cout.rdbuf(this))
   {
   }
   TextWatch(const TextWatch&) = delete;
@@ -24,11 +23,22 @@ class TextWatch : public std::streambuf {
  protected:
   std::streamsize xsputn(const char* text, std::streamsize length) override
   {
-    _onText(std::string(text, static_cast<std::size_t>(length)));
-    return length;
+    _beforeText();
+    return _original->sputn(text, length);
+  }
+
+  int_type overflow(int_type character) override
+  {
+    _beforeText();
+    return _original->sputc(traits_type::to_char_type(character));
+  }
+
+  int sync() override
+  {
+    return _original->pubsync();
   }
 
  private:
-  const std::function<void(const std::string&)> _onText;
+  const std::function<void()> _beforeText;
   std::streambuf* const _original;
 };
