@@ -21,7 +21,7 @@ void loadAllSettings(int argc, char* argv[])
   try {
     powerAgent.settings.loadSettings(argc, argv);
     powerAgent.settings.readResultFile();
-  } catch (const boost::program_options::error_with_option_name& error) {
+  } catch (boost::program_options::error_with_option_name& error) {
     std::cerr << errorText(error) << std::endl;
     std::exit(1);
   } catch (const std::exception& error) {

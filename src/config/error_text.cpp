@@ -1,48 +1,63 @@
 #include "config/error_text.h"
 
-#include <algorithm>
+#include <boost/algorithm/string/replace.hpp>
+
+#include <map>
 
 namespace {
 
 using LibraryError = boost::program_options::error_with_option_name;
 
-/// Stands for a percent sign while the library composes its text.
-constexpr char standIn = '\x01';
+/// What the library puts in the place of names such as %value% in the template of its text,
+/// in its order. That is open only to errors derived from its own.
+struct OpenError : LibraryError {
+  explicit OpenError(const LibraryError& original) : LibraryError(original) {}
 
-/// The library puts the user's words in the place of names such as %value% in its text,
-/// again and again as long as it finds the name: for ever if the words hold it. What it
-/// puts there is open only to errors derived from its own.
-struct OptionError : LibraryError {
-  explicit OptionError(const LibraryError& original) : LibraryError(original) {}
-
-  bool isEndless() const
+  std::map<std::string, std::string> substitutions() const
   {
-    return std::any_of(m_substitutions.begin(), m_substitutions.end(), [](const auto& one) {
-      const auto& [name, words] = one;
-      const std::string ownName = '%' + name + '%';
-      return words.find(ownName) != std::string::npos ||
-             words.find("%canonical_option%") != std::string::npos;
-    });
-  }
-
-  std::string text()
-  {
-    for (auto& [name, words] : m_substitutions) {
-      std::replace(words.begin(), words.end(), '%', standIn);
-    }
-    std::string text = what();
-    std::replace(text.begin(), text.end(), standIn, '%');
-    return text;
+    std::map<std::string, std::string> all = m_substitutions;
+    all["canonical_option"] = get_canonical_option_name();
+    all["prefix"] = get_canonical_option_prefix();
+    return all;
   }
 };
 
+bool has(const std::string& text, const std::string& words)
+{
+  return text.find(words) != std::string::npos;
+}
+
+/// The library replaces name by name, each again and again as long as the text has it: for ever
+/// if the words for it, which may be the user's, have it too.
+bool isEndless(const LibraryError& error)
+{
+  std::string text = error.m_error_template;
+  for (const auto& [key, words] : OpenError(error).substitutions()) {
+    const std::string name = '%' + key + '%';
+    if (has(text, name) && has(words, name)) {
+      return true;
+    }
+    while (has(text, name)) {
+      text.replace(text.find(name), name.size(), words);
+    }
+  }
+  return false;
+}
+
 }  // namespace
 
-std::string errorText(const LibraryError& error)
+std::string errorText(LibraryError& error)
 {
-  OptionError optionError(error);
-  if (!optionError.isEndless()) {
+  if (!isEndless(error)) {
     return error.what();
   }
-  return optionError.text();
+  // A mark behind each percent sign of the words makes a name no name.
+  const std::string marked = "%\x01";
+  for (auto [key, words] : OpenError(error).substitutions()) {
+    boost::replace_all(words, "%", marked);
+    error.set_substitute(key, words);
+  }
+  std::string text = error.what();
+  boost::replace_all(text, marked, "%");
+  return text;
 }

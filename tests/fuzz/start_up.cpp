@@ -158,7 +158,7 @@ void startUp(const std::vector<std::string>& words,
     if (check) {
       check(settings);
     }
-  } catch (const boost::program_options::error_with_option_name& error) {
+  } catch (boost::program_options::error_with_option_name& error) {
     demand(!errorText(error).empty(), "the text of an error is not empty");
     demandOnlyReports(output.text());
   } catch (const std::exception& error) {
