@@ -122,10 +122,10 @@ void requestBatteryLines()
 
 int main(int argc, char* argv[])
 {
-  // The daemon's output is its log: each line must be there when it is written.
-  setlinebuf(stdout);
   std::signal(SIGINT, handleInterrupt);
   std::signal(SIGTERM, handleInterrupt);
+  // The daemon's output is its log: each line must be there when it is written.
+  setlinebuf(stdout);
 
   loadAllSettings(argc, argv);
   if (powerAgent.settings.showHelp()) {

@@ -104,6 +104,11 @@ gpiod_line* gpiod_chip_find_line(gpiod_chip*, const char* name)
   return nullptr;
 }
 
+const char* gpiod_line_name(gpiod_line* line)
+{
+  return line->name;
+}
+
 bool gpiod_line_is_used(gpiod_line*)
 {
   return false;

@@ -1,0 +1,148 @@
+"""The steps of the entry point, in their order: what it prints and what it asks of the system.
+
+Runs with a /dev/shm and a /run of its own: a daemon on this machine is not disturbed.
+"""
+
+import fcntl
+import os
+import signal
+import subprocess
+from pathlib import Path
+
+import pytest
+
+PROGRAM = os.environ["KELVO_PWR"]
+SEGMENT_TOOL = os.environ["SEGMENT_TOOL"]
+PRELOADED = f"{os.environ['STEPS']}:{os.environ['STAND_IN']}"
+
+LOADED = [
+    "= signal 2",
+    "= signal 15",
+    "= setlinebuf",
+    "= fopen kelvo-pwr.conf",
+    "= fopen result",
+    "Cant read timestamp conf",
+]
+LOCKED = ["= open kelvo-pwr.lock", "= flock"]
+CREATED = ["Start", "= shm_unlink kelvo-pwr-shm", "= create kelvo-pwr-shm"]
+POWER_LINE = ["= find PWR-IN", "= input PWR-IN"]
+
+
+@pytest.fixture
+def start(tmp_path):
+    """Starts the program with these words; both of its streams come to one pipe."""
+    conf = tmp_path / "kelvo-pwr.conf"
+    conf.write_text(f"sys.save.path={tmp_path}/result\n")
+
+    def run(*words, **environment):
+        return subprocess.Popen(
+            [PROGRAM, "-c", conf, *words],
+            env={**os.environ, "LD_PRELOAD": PRELOADED, **environment},
+            stdout=subprocess.PIPE,
+            stderr=subprocess.STDOUT,
+            text=True,
+        )
+
+    yield run
+    Path("/run/kelvo-pwr.lock").unlink(missing_ok=True)
+
+
+@pytest.fixture
+def steps(start):
+    """What a run comes to, a daemon's until its first wait, and its status."""
+
+    def run(*words):
+        process = start(*words, TIME_IS_SIMULATED="1", ENDS_AT_SLEEP="1")
+        lines = process.communicate(timeout=60)[0].splitlines()
+        return lines, process.returncode
+
+    return run
+
+
+@pytest.fixture
+def segment():
+    subprocess.run([SEGMENT_TOOL, "make", "status", "request"], check=True)
+    yield
+    Path("/dev/shm/kelvo-pwr-shm").unlink()
+
+
+def test_a_full_server(steps):
+    battery_lines = [
+        "= find BAT-T1",
+        "= find BAT-T2",
+        "= find BAT-SW",
+        "= input BAT-T1",
+        "= output BAT-T2 0",
+        "= output BAT-SW 1",
+    ]
+    assert steps("--test.battery=true", "--test.hour=-1") == (
+        [*LOADED, *LOCKED, *CREATED, *POWER_LINE, *battery_lines, "Full server", "= sleep"],
+        0,
+    )
+
+
+def test_a_minimal_server(steps):
+    assert steps() == (
+        [*LOADED, *LOCKED, *CREATED, *POWER_LINE, "Minimal server", "= sleep"],
+        0,
+    )
+
+
+def test_a_missing_battery_line_ends_the_search(steps):
+    assert steps("--test.battery=true", "--gpio.at2=NONE") == (
+        [*LOADED, *LOCKED, *CREATED, *POWER_LINE]
+        + ["= find BAT-T1", "= find NONE", "Failed to get line 'NONE'", "Minimal server", "= sleep"],
+        0,
+    )
+
+
+def test_a_missing_power_line_ends_the_start(steps):
+    assert steps("--gpio.pwr-in=NONE") == (
+        [*LOADED, *LOCKED, *CREATED, "= find NONE", "Failed to get line 'NONE'"],
+        1,
+    )
+
+
+def test_a_second_daemon_creates_nothing(steps):
+    with open("/run/kelvo-pwr.lock", "w") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        assert steps() == ([*LOADED, *LOCKED, "Another instance is running"], 1)
+
+
+@pytest.mark.parametrize(
+    "word, calls",
+    [
+        ("--status", "= read kelvo-pwr-shm"),
+        ("--run-test", "= open kelvo-pwr-shm"),
+        ("--run-test-now", "= open kelvo-pwr-shm"),
+    ],
+)
+def test_a_client_touches_neither_lock_nor_lines(steps, segment, word, calls):
+    lines, status = steps(word)
+    printed = 8 if word == "--status" else 0
+    assert (lines[: len(lines) - printed], status) == ([*LOADED, calls], 0)
+
+
+def test_help_touches_nothing(steps):
+    lines, status = steps("--help")
+    assert (lines[: len(LOADED) + 1], status) == ([*LOADED, "Options:"], 0)
+    assert [line for line in lines if line.startswith("= ")] == LOADED[:-1]
+
+
+@pytest.mark.parametrize(
+    "second, answer",
+    [
+        # The same signal waits until its handler is over, which never is.
+        (signal.SIGTERM, []),
+        (signal.SIGINT, ["Interrupted with signal: 2"]),
+    ],
+)
+def test_a_second_signal_finds_its_handler(start, second, answer):
+    process = start("--test.battery=true", "--test.hour=-1", SIGNAL_AT_THE_END=str(int(second)))
+    # Not earlier: a handler that prints in the middle of a print may print that once more.
+    for line in process.stdout:
+        if line == "= sleep\n":
+            break
+    process.send_signal(signal.SIGTERM)
+    said = process.communicate(timeout=60)[0].splitlines()
+    assert (said, process.returncode) == (["Interrupted with signal: 15", *answer], 0)
