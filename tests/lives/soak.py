@@ -5,7 +5,7 @@
 
 Needs a build: KELVO_PWR and SEGMENT_TOOL name the program and the test's tool, by default
 those of the release preset. Ends with status 1 when a life came out otherwise than
-predicted; 77 when this host cannot run the board.
+predicted, or more than one in a hundred without a verdict; 77 when this host cannot run the board.
 """
 
 import argparse
@@ -41,7 +41,8 @@ def soak(first: int, count: int) -> int:
         f" ({seconds / 86400:.1f} days), {totals['mismatch']} mismatches,"
         f" {totals['failed']} failures, {totals['undecided']} without a verdict to the end"
     )
-    return 1 if totals["mismatch"] or totals["failed"] else 0
+    too_many_undecided = 100 * totals["undecided"] > count
+    return 1 if totals["mismatch"] or totals["failed"] or too_many_undecided else 0
 
 
 def show(report: dict) -> None:
@@ -83,4 +84,5 @@ def main() -> int:
         return 77
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

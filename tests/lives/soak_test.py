@@ -1,0 +1,31 @@
+"""What a run of lives ends with."""
+
+import sys
+from pathlib import Path
+
+import pytest
+
+sys.path.insert(0, str(Path(__file__).parent))
+
+import soak  # noqa: E402
+
+
+@pytest.mark.parametrize(
+    "verdicts, status",
+    [
+        ({}, 0),
+        ({199: "undecided", 200: "undecided"}, 0),
+        ({1: "undecided", 99: "undecided", 200: "undecided"}, 1),
+        (dict.fromkeys(range(1, 201), "undecided"), 1),
+        ({7: "mismatch"}, 1),
+        ({200: "failed"}, 1),
+    ],
+)
+def test_few_lives_may_be_without_a_verdict_and_none_goes_wrong(monkeypatch, verdicts, status):
+    def play_seeds(first, count):
+        for seed in range(first, first + count):
+            verdict = verdicts.get(seed, "agreed")
+            yield {"seed": seed, "verdict": verdict, "detail": None, "steps": 1, "seconds": 1}
+
+    monkeypatch.setattr(soak, "play_seeds", play_seeds)
+    assert soak.soak(1, 200) == status
