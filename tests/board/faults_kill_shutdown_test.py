@@ -3,7 +3,7 @@
 import pytest
 
 from kills import RELEASED, SIGKILL, assert_next_daemon_guards, left_behind
-from moments import meeting
+from moments import chosen, meeting
 from rig import SECOND
 from roads import LAST_TEST, begin_shutdown, find, rehearse
 
@@ -40,7 +40,8 @@ def assert_command_keeps_the_next_daemon_out(rig, moment):
 
 
 def test_at_a_hundred_moments_of_the_way_down(rig, commands):
-    for moment in range(100):
+    moments = chosen(range(100))
+    for moment in moments:
         daemon = begin_shutdown(rig)
         begun = daemon.wait_for_line("Full server", within=0.1).time
         seconds = 0.4 * moment + 0.237
@@ -53,7 +54,7 @@ def test_at_a_hundred_moments_of_the_way_down(rig, commands):
         if COMMAND_BEGINS < seconds < COMMAND_ENDS:
             assert_command_keeps_the_next_daemon_out(rig, seconds)
         assert_next_daemon_guards(rig, seconds)
-    after_the_command = sum(0.4 * moment + 0.237 > COMMAND_BEGINS for moment in range(100))
+    after_the_command = sum(0.4 * moment + 0.237 > COMMAND_BEGINS for moment in moments)
     assert len(commands.calls()) == after_the_command
 
 
@@ -67,7 +68,7 @@ def test_at_each_call_of_the_way_down(rig, commands):
     assert first < empty < started < awaited < cut and len(says) == 4
     moments = range(first, len(calls))
     assert len(moments) > 50
-    for i in moments:
+    for i in chosen(moments):
         daemon = begin_shutdown(rig, meeting((calls[i], "signal=KILL")))
         assert daemon.wait_for_exit(within=40) == -SIGKILL, calls[i]
         assert printed(daemon) == [says[said] for said in sorted(says) if said < i], calls[i]

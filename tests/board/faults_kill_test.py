@@ -1,7 +1,7 @@
 """A daemon killed at any moment of a battery test."""
 
 from kills import RELEASED, SIGKILL, assert_next_daemon_guards, left_behind
-from moments import meeting
+from moments import chosen, meeting
 from rig import SECOND
 from roads import A_TIME, LAST_TEST, begin_test, find, rehearse, times
 
@@ -12,7 +12,7 @@ def test_at_a_hundred_moments_of_a_battery_test(rig):
     """A hundred while it runs, ten after it."""
     running = times(A_TIME, 1_780_000_600)
     over = times(A_TIME, A_TIME + 5)
-    for moment in range(110):
+    for moment in chosen(range(110)):
         daemon = begin_test(rig, seconds=5)
         begun = daemon.wait_for_line("Full server", within=0.1).time
         sleep_until(begun + moment * SECOND // 20 + SECOND // 40)
@@ -42,7 +42,7 @@ def test_at_each_call_of_a_battery_test(rig):
     )
     moments = range(first, len(calls))
     assert len(moments) > 70
-    for i in moments:
+    for i in chosen(moments):
         daemon = begin_test(rig, meeting((calls[i], "signal=KILL")))
         assert daemon.wait_for_exit(within=3) == -SIGKILL, calls[i]
         driven_so_far = sum(call < i for call in driven)

@@ -1,7 +1,7 @@
 """SIGTERM at each system call of a start, a battery test and the way down."""
 
 from interruptions import TERM, ended, interrupted
-from moments import meeting
+from moments import chosen, meeting
 from roads import begin_idle, begin_shutdown, begin_test, find, rehearse
 
 
@@ -14,16 +14,14 @@ def test_at_each_call_of_a_battery_test(rig):
     assert (len(saved), len(driven)) == (2, 2)
     moments = range(first, len(calls) - 1)
     assert len(moments) > 70
-    empty = 0
-    for i in moments:
+    for i in chosen(moments):
         daemon = begin_test(rig, meeting((calls[i], "signal=TERM")))
         # `testing` is set just before the start time is taken.
         is_testing = saved[0] - 1 <= i <= closed[1]
         levels = [0, 1, 0][: 1 + sum(call <= i for call in driven)] + [0] * is_testing
         found = ended(rig, daemon)
         assert found == (0, interrupted(calls, i, is_testing), "", (levels, [1])), calls[i]
-        empty += rig.result_file.read_text() == ""
-    assert empty == 2
+        assert (rig.result_file.read_text() == "") == (i in saved), calls[i]
 
 
 def test_at_each_call_of_a_start(rig):
@@ -33,7 +31,7 @@ def test_at_each_call_of_a_start(rig):
     driven = find(calls, "GPIO_GET_LINEHANDLE_IOCTL", "GPIOHANDLE_REQUEST_OUTPUT")
     moments = range(handled - 3, first)
     assert len(moments) > 100
-    for i in moments:
+    for i in chosen(moments):
         daemon = begin_idle(rig, meeting((calls[i], "signal=TERM")))
         found = ended(rig, daemon)
         levels = ([0] if driven[0] <= i else [], [1] if driven[1] <= i else [])
@@ -52,7 +50,7 @@ def test_at_each_call_around_the_shutdown_command(rig):
     (alive,) = find(calls, "write(1", "Still alive")
     (cut,) = find(calls, "GPIOHANDLE_SET_LINE_VALUES_IOCTL")
     moments = [*range(execute, alive - 12), *range(alive - 1, cut + 1)]
-    for i in moments:
+    for i in chosen(moments):
         daemon = begin_shutdown(rig, meeting((calls[i], "signal=TERM")))
         levels = ([0], [1, 0] if i >= cut else [1])
         assert ended(rig, daemon) == (0, interrupted(calls, i, False), "", levels), calls[i]

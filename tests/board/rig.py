@@ -10,6 +10,7 @@ from unittest import SkipTest
 from status import fields
 
 from guest.board import wire
+from guest.clock import now, set_wall, wall
 from guest.lines import remove_chips
 from guest.process import Program, Result, run
 from guest.stand_in import StandIns
@@ -34,6 +35,9 @@ PROGRESS = re.compile(r"MS: (\d+)")
 SECOND = 10**9  # in nanoseconds, the unit of all times
 MILLISECOND = 10**6
 
+# What the calendar showed when the board was switched on.
+BOOT = wall() - now() / SECOND
+
 
 class Rig:
     """Wired lines, a trace of them, stand-ins for the shutdown commands, a configuration.
@@ -54,8 +58,10 @@ class Rig:
     def __enter__(self) -> "Rig":
         if not SYSTEM_CONFIGURATION.is_mount():
             mount("tmpfs", str(SYSTEM_CONFIGURATION), "tmpfs")
+        set_wall(BOOT + now() / SECOND)
         remove_chips()
-        SEGMENT.unlink(missing_ok=True)
+        for left_by_another in (SEGMENT, LOCK):
+            left_by_another.unlink(missing_ok=True)
         self.board = wire()
         self.trace = self._open.enter_context(Trace())
         self.commands = self._open.enter_context(StandIns())
