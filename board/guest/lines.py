@@ -114,7 +114,7 @@ def make_chip(names: Sequence[Optional[str]], pulls: Mapping[str, int] = {}) -> 
 def chips() -> list[Chip]:
     """All chips that are there, in the order of their devices' numbers."""
     found = [Chip(folder) for folder in _CONFIGURATION.iterdir()]
-    return sorted(found, key=lambda chip: chip.first_number, reverse=True)
+    return sorted(found, key=lambda chip: int(chip.device.removeprefix("/dev/gpiochip")))
 
 
 def remove_chips() -> None:

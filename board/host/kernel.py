@@ -2,6 +2,7 @@
 
 import hashlib
 import os
+import re
 import shutil
 import signal
 import subprocess
@@ -12,11 +13,10 @@ from pathlib import Path
 from host.cache import kept, say
 from host.problems import BoardFailure, Unavailable
 
-_PACKAGE = "linux-source-6.1"
-_TARBALL = Path("/usr/src") / f"{_PACKAGE}.tar.xz"
-_CONFIGURATION = Path(__file__).parent.parent / "kernel" / "board.config"
-_NOT_COMPILED = Path(__file__).parent.parent / "kernel" / "not-compiled"
-_TOOLS = ("gcc", "make", "flex", "bison", "bc", "xz")
+_INGREDIENTS = Path(__file__).parent.parent / "kernel"
+_NOT_COMPILED = _INGREDIENTS / "not-compiled"
+_REGISTER_STATE = _INGREDIENTS / "register-state.patch"
+_TOOLS = ("gcc", "make", "flex", "bison", "bc", "xz", "patch")
 _PROGRESS_EVERY_SECONDS = 5
 
 # With these set the same source gives the same kernel, byte for byte.
@@ -30,44 +30,84 @@ _REPRODUCIBLE = {
 
 def kernel() -> Path:
     """The kernel's path; builds it first unless one from the same ingredients is kept."""
-    return kept(f"kernel-{_key()}", _build)
+    package = _package()
+    return kept(f"kernel-{_key(package)}", lambda work: _build(package, work))
 
 
-def _key() -> str:
+def bytes_for_registers() -> int:
+    """How many bytes of a processor's register state the kernel can keep for a process."""
+    return int(re.search(r"^\+.*HOST_FP_SIZE, (\d+)", _REGISTER_STATE.read_text(), re.MULTILINE)[1])
+
+
+def _package() -> str:
+    """The package with the source of this Debian's kernel, such as linux-source-6.1."""
+    package = _installed("linux-source", "Depends").split(" ")[0]
+    if not _tarball(package).exists():
+        raise Unavailable(f"the package {package} is not installed")
+    return package
+
+
+def _tarball(package: str) -> Path:
+    return Path("/usr/src") / f"{package}.tar.xz"
+
+
+def _configuration(package: str) -> str:
+    """The options that are asked for, those that only this version has among them."""
+    version = package.removeprefix("linux-source-")
+    files = (_INGREDIENTS / "board.config", _INGREDIENTS / f"board-{version}.config")
+    return "".join(file.read_text() for file in files if file.exists())
+
+
+def _key(package: str) -> str:
     """Names everything that the kernel is made of, this recipe included."""
-    ingredients = [_source_version().encode()]
-    ingredients += (path.read_bytes() for path in (_CONFIGURATION, _NOT_COMPILED, Path(__file__)))
+    ingredients = [_installed(package, "Version").encode(), _configuration(package).encode()]
+    ingredients += (file.read_bytes() for file in (_NOT_COMPILED, *_patches(), Path(__file__)))
     digests = b"".join(hashlib.sha256(ingredient).digest() for ingredient in ingredients)
     return hashlib.sha256(digests).hexdigest()[:16]
 
 
-def _source_version() -> str:
-    query = ["dpkg-query", "--show", "--showformat=${Version}", _PACKAGE]
+def _installed(package: str, field: str) -> str:
+    """What an installed package says of itself."""
+    query = ["dpkg-query", "--show", f"--showformat=${{{field}}}", package]
     try:
         answer = subprocess.run(query, capture_output=True, text=True)
     except FileNotFoundError:
         raise Unavailable("dpkg-query is missing: the board is made for Debian") from None
-    if answer.returncode != 0 or not answer.stdout or not _TARBALL.exists():
-        raise Unavailable(f"the package {_PACKAGE} is not installed")
+    if answer.returncode != 0 or not answer.stdout:
+        raise Unavailable(f"the package {package} is not installed")
     return answer.stdout
 
 
-def _build(work: Path) -> Path:
+def _build(package: str, work: Path) -> Path:
     """Builds in the folder `work`; returns the kernel, which is in there."""
     if missing := [tool for tool in _TOOLS if not shutil.which(tool)]:
         raise Unavailable(f"building the kernel needs {', '.join(missing)}")
-    (work / "out").mkdir()
-    log = work / "log"
+    source, out, log = work / package, work / "out", work / "log"
+    out.mkdir()
+    asked_for = work / "asked-for.config"
+    asked_for.write_text(_configuration(package))
 
-    say(f"unpacking {_PACKAGE}")
-    unpack = ["tar", "--extract", "--file", _TARBALL, "--directory", work, "--wildcards"]
+    say(f"unpacking {package}")
+    unpack = ["tar", "--extract", "--file", _tarball(package), "--directory", work, "--wildcards"]
     _run([*unpack, f"--exclude-from={_NOT_COMPILED}"], log)
-    make = ["make", "-C", work / _PACKAGE, "ARCH=um", f"O={work / 'out'}"]
-    _run([*make, f"KCONFIG_ALLCONFIG={_CONFIGURATION}", "allnoconfig"], log)
-    _check_options(work / "out" / ".config")
+    _change(source, log)
+    make = ["make", "-C", source, "ARCH=um", f"O={out}"]
+    _run([*make, f"KCONFIG_ALLCONFIG={asked_for}", "allnoconfig"], log)
+    _check_options(asked_for, out / ".config")
     _run([*make, f"-j{len(os.sched_getaffinity(0))}", "linux"], log)
 
-    return work / "out" / "linux"
+    return out / "linux"
+
+
+def _patches() -> list[Path]:
+    return sorted(_INGREDIENTS.glob("*.patch"))
+
+
+def _change(source: Path, log: Path) -> None:
+    """Applies the patches; a source that one does not fit exactly ends the build."""
+    for patch in _patches():
+        command = ["patch", "--force", "--fuzz=0", "--strip=1", f"--directory={source}"]
+        _run([*command, f"--input={patch}"], log)
 
 
 def _run(command: list, log: Path) -> None:
@@ -105,10 +145,10 @@ def _without_make(environment) -> dict[str, str]:
     return {name: value for name, value in environment.items() if not name.startswith(of_make)}
 
 
-def _check_options(configuration: Path) -> None:
+def _check_options(asked_for: Path, configuration: Path) -> None:
     """An option whose own needs are not met is dropped without a word; this says which."""
-    asked_for = _CONFIGURATION.read_text().splitlines()
     in_force = set(configuration.read_text().splitlines())
-    dropped = [line for line in asked_for if line.startswith("CONFIG_") and line not in in_force]
+    lines = asked_for.read_text().splitlines()
+    dropped = [line for line in lines if line.startswith("CONFIG_") and line not in in_force]
     if dropped:
         raise BoardFailure(f"the kernel has no {', '.join(dropped)}")

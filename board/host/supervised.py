@@ -9,8 +9,8 @@ import traceback
 from pathlib import Path
 from typing import Callable
 
-from host.children import adopt_orphans, follow_parent, kill_children, may_trace
-from host.problems import Unavailable, status_of
+from host.children import adopt_orphans, follow_parent, kill_children
+from host.problems import status_of
 
 _ENDING = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
 
@@ -21,7 +21,6 @@ def supervised(action: Callable[[Path], int]) -> int:
     Two processes look after each other: whichever of them is killed, the other ends
     what is still running and removes the scratch folder.
     """
-    _check_host()
     scratch = Path(tempfile.mkdtemp(prefix="board-"))
     adopt_orphans()
     child = os.fork()
@@ -65,11 +64,3 @@ def _clean(scratch: Path) -> None:
     kill_children()
     # The other process may be removing it too.
     shutil.rmtree(scratch, ignore_errors=True)
-
-
-def _check_host() -> None:
-    if not may_trace():
-        raise Unavailable("this host does not let a process be traced (ptrace)")
-    folder = tempfile.gettempdir()
-    if os.statvfs(folder).f_flag & os.ST_NOEXEC:
-        raise Unavailable(f"{folder} is mounted noexec; TMPDIR can name another folder")
