@@ -9,6 +9,7 @@ from pathlib import Path
 from typing import Callable, Optional, Sequence
 
 from host.children import follow_parent
+from host.last_words import reason_of_end
 from host.problems import BoardFailure
 
 _LIBRARY = Path(__file__).parent.parent
@@ -68,7 +69,7 @@ class Machine:
             if end.exists():
                 raise BoardFailure(f"the command was ended by {end.read_text().strip()}")
             messages = self._log.read_text(errors="replace")
-            raise BoardFailure(f"ended without an outcome; the kernel said:\n{messages}")
+            raise BoardFailure(f"{reason_of_end(messages)}; the kernel said:\n{messages}")
         result = json.loads(outcome.read_text())
         if "failure" in result:
             raise BoardFailure(result["failure"])

@@ -12,6 +12,9 @@ from host.problems import BoardFailure
 # comes would be waited for in vain without this.
 _LONGEST_BOARD_SECONDS = 400 * 24 * 60 * 60
 
+# On the host's clock; it takes about one.
+_LONGEST_BOOT_SECONDS = 300
+
 
 def run(
     kernel: Path,
@@ -62,6 +65,14 @@ def run(
         # A run that fails may have left what explains it.
         if keep is not None:
             _keep(output, keep)
+
+
+def boot(kernel: Path, scratch: Path) -> int:
+    """Shows that the kernel boots: has it run `true`."""
+    try:
+        return run(kernel, scratch, ["true"], longest_seconds=_LONGEST_BOOT_SECONDS)
+    except BoardFailure as reason:
+        raise BoardFailure(f"{kernel} does not boot: {reason}") from None
 
 
 def _copy(file: BinaryIO, descriptor: int) -> None:
