@@ -23,6 +23,15 @@ BOOST_1_83 = b"libboost_program_options.so.1.83" in _CONTENT
 
 # The request of a line, in the words of either version.
 LINE_REQUEST = "GPIO_(GET_LINEHANDLE|V2_GET_LINE)_IOCTL"
+# What the request of an output has in it, and the call that drives a line.
+OUTPUT_REQUEST, LINE_WRITE = (
+    (("GPIO_V2_GET_LINE_IOCTL", "GPIO_V2_LINE_FLAG_OUTPUT"), "GPIO_V2_LINE_SET_VALUES_IOCTL")
+    if LIBGPIOD_2
+    else (
+        ("GPIO_GET_LINEHANDLE_IOCTL", "GPIOHANDLE_REQUEST_OUTPUT"),
+        "GPIOHANDLE_SET_LINE_VALUES_IOCTL",
+    )
+)
 
 
 def text_of(error: str) -> str:

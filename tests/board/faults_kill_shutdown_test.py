@@ -2,6 +2,7 @@
 
 import pytest
 
+from faults import LINE_WRITE
 from kills import RELEASED, SIGKILL, assert_next_daemon_guards, left_behind
 from moments import chosen, meeting
 from rig import SECOND
@@ -63,7 +64,7 @@ def test_at_each_call_of_the_way_down(rig, commands):
     (empty,) = find(calls, "write(1", "Battery empty")
     (started,) = find(calls, "CLONE_VFORK")
     (awaited,) = find(calls, "wait4(")
-    (cut,) = find(calls, "GPIOHANDLE_SET_LINE_VALUES_IOCTL")
+    (cut,) = find(calls, LINE_WRITE)
     says = {i: text for text in PRINTED.values() for i in find(calls, "write(1", text[:30])}
     assert first < empty < started < awaited < cut and len(says) == 4
     moments = range(first, len(calls))

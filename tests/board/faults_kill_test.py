@@ -1,5 +1,6 @@
 """A daemon killed at any moment of a battery test."""
 
+from faults import LINE_WRITE
 from kills import RELEASED, SIGKILL, assert_next_daemon_guards, left_behind
 from moments import chosen, meeting
 from rig import SECOND
@@ -31,7 +32,7 @@ def test_at_each_call_of_a_battery_test(rig):
     calls, first = rehearse(rig, begin_test, "Test result: Battery is good")
     saved = find(calls, "result.dat", "O_WRONLY|O_CREAT|O_TRUNC")
     written = find(calls, "write(", "result.start=")
-    driven = find(calls, "GPIOHANDLE_SET_LINE_VALUES_IOCTL")
+    driven = find(calls, LINE_WRITE)
     assert (len(saved), len(written), len(driven)) == (2, 2, 2)
     contents = (
         [LAST_TEST] * (saved[0] + 1)

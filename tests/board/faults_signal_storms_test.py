@@ -5,6 +5,7 @@ from pathlib import Path
 
 import pytest
 
+from faults import LINE_WRITE
 from interruptions import DURING_TEST, INT, INTERRUPTED, TERM, ended
 from moments import calls_in, meeting, noting
 from roads import begin_idle, begin_shutdown, begin_test, find, rehearse
@@ -35,7 +36,7 @@ def test_the_second_signal_at_each_call_of_the_first_one_s_end(rig):
     """AC power is back in each case, and the status is 0."""
     middle = middle_of_a_test(rig)
     calls = interrupted_calls(rig, (middle, HIT))
-    (restored,) = find(calls, "GPIOHANDLE_SET_LINE_VALUES_IOCTL")
+    (restored,) = find(calls, LINE_WRITE)
     (unmapped,) = find(calls, "munmap")
     for i, call in enumerate(calls[:-1]):
         daemon = begin_test(rig, meeting((middle, HIT), (call, "signal=TERM")))
@@ -50,7 +51,7 @@ def test_the_second_signal_at_each_call_of_the_first_one_s_end(rig):
 def test_the_second_signal_can_hide_that_power_was_not_restored(rig):
     """Once the segment is given up its handler knows of no test: the status is 0 then, not 1."""
     middle = middle_of_a_test(rig)
-    (restoring,) = find(calls := interrupted_calls(rig, (middle, HIT)), "SET_LINE_VALUES")
+    (restoring,) = find(calls := interrupted_calls(rig, (middle, HIT)), LINE_WRITE)
     gone = (calls[restoring], "error=ENODEV")
     refused = "error setting GPIO line values: No such device\n"
 

@@ -1,5 +1,6 @@
 """SIGTERM at each system call of a start, a battery test and the way down."""
 
+from faults import LINE_WRITE, OUTPUT_REQUEST
 from interruptions import TERM, ended, interrupted
 from moments import chosen, meeting
 from roads import begin_idle, begin_shutdown, begin_test, find, rehearse
@@ -10,7 +11,7 @@ def test_at_each_call_of_a_battery_test(rig):
     calls, first = rehearse(rig, begin_test, "Test result: Battery is good")
     saved = find(calls, "result.dat", "O_WRONLY|O_CREAT|O_TRUNC")
     closed = [next(i for i in find(calls, "close(") if i > opened) for opened in saved]
-    driven = find(calls, "GPIOHANDLE_SET_LINE_VALUES_IOCTL")
+    driven = find(calls, LINE_WRITE)
     assert (len(saved), len(driven)) == (2, 2)
     moments = range(first, len(calls) - 1)
     assert len(moments) > 70
@@ -28,7 +29,7 @@ def test_at_each_call_of_a_start(rig):
     """As long as there is no handler the signal itself ends the process, then with status 0."""
     calls, first = rehearse(rig, begin_idle, "Full server")
     (handled,) = find(calls, "rt_sigaction(SIGTERM")
-    driven = find(calls, "GPIO_GET_LINEHANDLE_IOCTL", "GPIOHANDLE_REQUEST_OUTPUT")
+    driven = find(calls, *OUTPUT_REQUEST)
     moments = range(handled - 3, first)
     assert len(moments) > 100
     for i in chosen(moments):
@@ -48,7 +49,7 @@ def test_at_each_call_around_the_shutdown_command(rig):
     calls, _ = rehearse(rig, begin_shutdown, "Still alive, force shutdown")
     (execute,) = find(calls, "write(1", "Execute: reboot")
     (alive,) = find(calls, "write(1", "Still alive")
-    (cut,) = find(calls, "GPIOHANDLE_SET_LINE_VALUES_IOCTL")
+    (cut,) = find(calls, LINE_WRITE)
     moments = [*range(execute, alive - 12), *range(alive - 1, cut + 1)]
     for i in chosen(moments):
         daemon = begin_shutdown(rig, meeting((calls[i], "signal=TERM")))

@@ -1,5 +1,6 @@
 """The daemon's output is its log: each line is there when it is written."""
 
+import os
 import subprocess
 
 from rig import PROGRAM, SECOND
@@ -39,10 +40,12 @@ def test_lines_reach_a_file_at_once(rig):
 def test_a_reader_that_went_away_ends_the_program(rig):
     """The signal for a broken pipe keeps its default."""
     script = f'trap - PIPE; "{PROGRAM}" -c "{rig.conf}"; echo $? >"{rig.folder}/status"'
+    reading, writing = os.pipe()
+    os.close(reading)
     # Python ignores SIGPIPE and would pass that on.
-    shell = subprocess.Popen(
-        ["/bin/sh", "-c", script], stdout=subprocess.PIPE, restore_signals=True
+    shell = subprocess.run(
+        ["/bin/sh", "-c", script], stdout=writing, restore_signals=True, timeout=10
     )
-    shell.stdout.close()
-    assert shell.wait(timeout=10) == 0
+    os.close(writing)
+    assert shell.returncode == 0
     assert (rig.folder / "status").read_text() == "141\n"
