@@ -121,6 +121,12 @@ def test_it_is_enabled_where_there_is_no_systemctl(root, deb):
     assert not (root.path / TIMER_ENABLED).is_symlink()
 
 
+def test_systemd_finds_its_units(root, deb):
+    install(root, deb)
+    units = {path.name for path in (root.path / "usr/lib/systemd/system").glob("kelvo-pwr*")}
+    assert units == {"kelvo-pwr.service", "kelvo-pwr-test.service", "kelvo-pwr-test.timer"}
+
+
 def test_it_runs_with_its_configuration(root, deb):
     install(root, deb)
     listing = root.run("kelvo-pwr", "-v", "-s", "-c", f"/{CONFIGURATION}")

@@ -46,17 +46,20 @@ AS_YOCTO = {
 
 
 def installed_files(target):
-    """What a recipe has put there by hand, with the units where Debian has them."""
+    """What a recipe has put there by hand, with the units where Yocto has them."""
     paths = {str(path.relative_to(target)) for path in target.rglob("*") if not path.is_dir()}
     return {path.replace("usr/lib/systemd/system/", "lib/systemd/system/") for path in paths}
 
 
 def installed_by_debian():
     """The files of the Debian package beside those that CMake installs."""
-    lines = (PROJECT / "debian" / "kelvo-pwr.install").read_text().splitlines()
+    debian = PROJECT / "debian"
+    lines = (debian / "kelvo-pwr.install").read_text().splitlines()
     files = {f"{folder}/{Path(source).name}" for source, folder in map(str.split, lines)}
-    # By debhelper's own name for it.
-    assert (PROJECT / "debian" / "kelvo-pwr.tmpfiles").exists()
+    # By debhelper's own names for them: the package's, before another one of a unit.
+    for unit in (path for path in debian.iterdir() if path.suffix in (".service", ".timer")):
+        files.add(f"lib/systemd/system/{re.sub('^kelvo-pwr[.](?=kelvo)', '', unit.name)}")
+    assert (debian / "kelvo-pwr.tmpfiles").exists()
     return files | {"usr/lib/tmpfiles.d/kelvo-pwr.conf"}
 
 
