@@ -3,13 +3,18 @@
 import os
 import re
 import subprocess
+from pathlib import Path
 
 import pytest
 
 PROGRAM = os.environ["KELVO_PWR"]
 PRELOADED = f"{os.environ['ALLOCATIONS']}:{os.environ['STAND_IN']}"
 TICKS = 60
+# The bindings of libgpiod's version 1 make some objects for each read of a line, and each tick has
+# one. Version 2 is used without bindings.
 OF_A_READ = 3
+BINDINGS = b"libgpiodcxx.so" in Path(PROGRAM).read_bytes()
+ALLOCATES = rf"allocates: \S+/libgpiodcxx\.so\.1 {TICKS * OF_A_READ}\n" if BINDINGS else ""
 
 
 @pytest.mark.parametrize(
@@ -34,8 +39,4 @@ def test_only_the_line_library_allocates(tmp_path, settings, last_line):
     )
     assert done.returncode == 0
     assert done.stdout.splitlines() == ["Start", last_line]
-    # The library makes some objects for each read of a line, and each tick has one.
-    assert re.fullmatch(
-        rf"Cant read timestamp conf\nallocates: \S+/libgpiodcxx\.so\.1 {TICKS * OF_A_READ}\n",
-        done.stderr,
-    ), done.stderr
+    assert re.fullmatch(rf"Cant read timestamp conf\n{ALLOCATES}", done.stderr), done.stderr
