@@ -56,7 +56,8 @@ def _bootstrap(root: Path, release: str, include: str) -> None:
     # In a name space of its own, what it mounts is gone with it, however it ends.
     command = ["unshare", "--mount", "debootstrap", "--variant=minbase", "--force-check-gpg"]
     say(f"fetching and installing the packages of Debian's {release}")
-    made = run_to_fetch(*command, f"--include={include}", release, root, _mirror())
+    more = [f"--include={include}"] if include else []
+    made = run_to_fetch(*command, *more, release, root, _mirror())
     if made.returncode != 0:
         last_lines = "\n".join(made.stdout.splitlines()[-20:])
         if "E: Failed getting release file" in made.stdout:
@@ -107,7 +108,17 @@ def _asked(*question: str) -> str:
 
 def _print_folder() -> int:
     name, release, *packages = sys.argv[1:]
-    print(debian_root(name, release, packages))
+
+    # debootstrap does not know what is provided under another name; apt does.
+    def install(root: Path) -> None:
+        command = ["apt-get", "install", "--yes", "--no-install-recommends"]
+        options = ["-oAPT::Keep-Downloaded-Packages=false", "-oDpkg::Options::=--force-unsafe-io"]
+        done = run_to_fetch("chroot", root, *command, *options, *packages)
+        if done.returncode != 0:
+            last_lines = "\n".join(done.stdout.splitlines()[-20:])
+            raise BoardFailure(f"packages of {release} cannot be installed:\n{last_lines}")
+
+    print(debian_root(name, release, [], finish=install, recipe=" ".join(sorted(packages))))
     return 0
 
 
