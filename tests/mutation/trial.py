@@ -1,0 +1,141 @@
+"""Builds the broken program and puts it before the tests."""
+
+import re
+import sys
+import time
+from pathlib import Path
+from typing import Optional
+
+from breaks import Break
+from checkout import copy_checkout, run
+
+# Not part of the unit tests.
+ENTRY = "src/app/main.cpp"
+
+# The scenarios that are tried first for a file; the others follow.
+_LIKELY = {
+    ENTRY: ("entry_test", "requests_test", "lines_test", "client_commands_test"),
+    "src/app/battery_test.cpp": ("battery_test", "schedule_test"),
+    "src/app/interrupt.cpp": ("interrupt_test",),
+    "src/app/shutdown.cpp": ("shutdown_test",),
+    "src/app/supervision.cpp": ("supervision_test", "shutdown_test", "requests_test"),
+    "src/config/power_settings.cpp": ("settings_test",),
+    "src/config/result_file.cpp": ("result_file_test",),
+    "src/shared/shared_state.cpp": ("shared_state_test",),
+    "src/shared/client_commands.cpp": ("client_commands_test", "requests_test"),
+}
+
+# Scenarios that take long and show what others show, or do not run the program.
+_LEFT_OUT = (
+    "board_itself",
+    "faults_kill",
+    "faults_signal",
+    "fortnight",
+    "robust_lock",
+    "two_builds",
+)
+
+# The headers of the libraries, which take most of the time of a build.
+_PRECOMPILED = """
+foreach(target IN ITEMS kelvo kelvo-pwr unit_tests)
+  cmake_language(EVAL CODE "cmake_language(DEFER CALL target_precompile_headers ${target} PRIVATE
+    <boost/interprocess/managed_shared_memory.hpp> <boost/program_options.hpp> <gpiod.hpp>
+    <iostream> $<$<STREQUAL:${target},unit_tests>:<gtest/gtest.h$<ANGLE-R>>)")
+endforeach()
+"""
+
+
+class Trial:
+    """A copy of the checkout with a build of its own, in which breaks come and go."""
+
+    def __init__(self, folder: Path):
+        self._folder = folder
+        self._build = folder / "build" / "mutate"
+        self._ninja = ("ninja", "-C", str(self._build))
+        copy_checkout(folder)
+        # Neither optimised nor for a debugger: what counts is how quickly it builds.
+        configure = ["cmake", "-S", ".", "-B", str(self._build), "-G", "Ninja"]
+        self._build.mkdir(parents=True, exist_ok=True)
+        (self._build / "precompiled.cmake").write_text(_PRECOMPILED)
+        configure.append(f"-DCMAKE_PROJECT_INCLUDE={self._build / 'precompiled.cmake'}")
+        self._run(*configure, "-DCMAKE_BUILD_TYPE=None", within=600)
+        self._run(*self._ninja, "unit_tests", "kelvo-pwr", "segment_tool", within=3600)
+        begin = time.monotonic()
+        self._unit_limit = 600.0
+        if not self._passes_unit():
+            sys.exit("mutate: the unbroken program does not build and pass")
+        # A break may make an endless loop, and a machine may be busy with other things.
+        self._unit_limit = 20 + 10 * (time.monotonic() - begin)
+        self._scenarios = [
+            file
+            for file in sorted((folder / "tests" / "board").glob("*_test.py"))
+            if not file.stem.startswith(_LEFT_OUT)
+        ]
+
+    def of(self, one: Break, with_board: bool) -> str:
+        file = self._folder / one.file
+        whole = file.read_text()
+        lines = whole.split("\n")
+        lines[one.line - 1 : one.end] = one.after
+        file.write_text("\n".join(lines))
+        try:
+            is_entry = one.file == ENTRY
+            if not self._builds("kelvo-pwr" if is_entry else "unit_tests"):
+                return "does not compile"
+            if not is_entry and not (self._passes_unit(_own_tests(file)) and self._passes_unit()):
+                return "unit"
+            if is_entry and self._builds("segment_tool") and not self._passes_host():
+                return "host"
+            if with_board and self._builds("kelvo-pwr") and not self._passes_board(one.file):
+                return "board"
+            return "survived"
+        finally:
+            file.write_text(whole)
+
+    def _builds(self, *targets: str) -> bool:
+        return self._run(*self._ninja, "-j1", *targets, within=900) == 0
+
+    def _passes_unit(self, tests: str = "*") -> bool:
+        """All in one process, which is quick; each test leaves the agent as it found it."""
+        program = str(self._build / "tests/unit/unit_tests")
+        words = (program, "--gtest_fail_fast", f"--gtest_filter={tests}")
+        return self._run(*words, within=self._unit_limit) == 0
+
+    def _passes_board(self, broken: str) -> bool:
+        first = _LIKELY.get(broken, ())
+        order = sorted(
+            self._scenarios,
+            key=lambda file: first.index(file.stem) if file.stem in first else len(first),
+        )
+        return all(self._passes_scenario(file) for file in order)
+
+    def _passes_host(self) -> bool:
+        command = str(self._folder / "tests/host/with_own_shm")
+        return self._passes_pytest(command, file=self._folder / "tests/host/start_up_test.py")
+
+    def _passes_scenario(self, file: Path) -> bool:
+        board = str(self._folder / "board/board")
+        return self._passes_pytest(board, "run", "--timeout", "500", "--", file=file)
+
+    def _passes_pytest(self, *before: str, file: Path) -> bool:
+        words = ["-m", "pytest", "-q", "-x", "-p", "no:cacheprovider", "--import-mode=importlib"]
+        return self._run(*before, "/usr/bin/python3", *words, str(file), within=600) == 0
+
+    def _run(self, *words: str, within: float) -> Optional[int]:
+        programs = {
+            "KELVO_PWR": str(self._build / "kelvo-pwr"),
+            "SEGMENT_TOOL": str(self._build / "tests/board/segment_tool"),
+        }
+        return run(words, self._folder, within, programs)
+
+
+def _own_tests(broken: Path) -> str:
+    """A filter for the tests of this source, which mostly notice a break of it."""
+    tests = broken.parents[2] / "tests" / "unit"
+    suites = {
+        suite
+        for file in tests.glob(f"{broken.stem}*_test.cpp")
+        for suite in re.findall(r"^TEST(?:_\w)?\((\w+),", file.read_text(), re.MULTILINE)
+    }
+    # A parametrised suite's name has words around it.
+    return ":".join(f"*{suite}*" for suite in sorted(suites)) or "*"
