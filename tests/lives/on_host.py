@@ -9,6 +9,8 @@ from pathlib import Path
 from typing import Iterator
 
 _ROOT = Path(__file__).resolve().parent.parent.parent
+# A boot costs as much as a few lives; a stuck one costs the lives that it was to play.
+LIVES_PER_BOOT = 25
 # In real seconds, for one boot: far more than a slow machine takes.
 _LONGEST = 1200
 _SKIP = 77
@@ -61,10 +63,14 @@ def _run(*words: str, verbose: bool = False) -> Iterator[dict]:
     environment = {**os.environ, **({"LIVES_VERBOSE": "1"} if verbose else {})}
     board = subprocess.Popen(argv, stdout=subprocess.PIPE, text=True, env=environment)
     with board:
-        for line in board.stdout:
-            if line.startswith(_REPORT):
-                yield json.loads(line[len(_REPORT) :])
-            else:
-                sys.stdout.write(line)
+        try:
+            for line in board.stdout:
+                if line.startswith(_REPORT):
+                    yield json.loads(line[len(_REPORT) :])
+                else:
+                    sys.stdout.write(line)
+        except GeneratorExit:  # Who asked has seen enough.
+            board.terminate()
+            raise
     if board.returncode == _SKIP:
         raise CannotRun("no life was played")

@@ -14,17 +14,17 @@ import os
 import sys
 from pathlib import Path
 
-from life import make
-from on_host import CannotRun, play_file, play_seeds
-from shrink import shortest
+sys.path.append(str(Path(__file__).resolve().parent.parent / "docs"))
+
+from kept import keep  # noqa: E402
+from life import make  # noqa: E402
+from on_host import LIVES_PER_BOOT, CannotRun, play_file, play_seeds  # noqa: E402
+from shrink import shortest  # noqa: E402
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 
-# A boot costs as much as a few lives; a stuck one costs the lives that it was to play.
-LIVES_PER_BOOT = 25
 
-
-def soak(first: int, count: int) -> int:
+def soak(first: int, count: int, is_kept: bool) -> int:
     totals = {"agreed": 0, "undecided": 0, "mismatch": 0, "failed": 0}
     steps = seconds = 0
     for begin in range(first, first + count, LIVES_PER_BOOT):
@@ -41,6 +41,14 @@ def soak(first: int, count: int) -> int:
         f" ({seconds / 86400:.1f} days), {totals['mismatch']} mismatches,"
         f" {totals['failed']} failures, {totals['undecided']} without a verdict to the end"
     )
+    if is_kept:
+        counts = {"lives": count, "first": first, "last": first + count - 1, "steps": steps, **totals}
+        keep("lives", {
+            "text": "Reached on {date}, with the tree of {tree}: {lives} lives (seeds {first} to"
+            " {last}) with {steps} steps in {days} simulated days: {mismatch} mismatches, {failed}"
+            " failures, {undecided} without a verdict to the end.",
+            "values": {**counts, "days": f"{seconds / 86400:.1f}"},
+        })
     too_many_undecided = 100 * totals["undecided"] > count
     return 1 if totals["mismatch"] or totals["failed"] or too_many_undecided else 0
 
@@ -69,6 +77,7 @@ def main() -> int:
     parser = argparse.ArgumentParser(prog="soak", description=__doc__.split("\n", 1)[0])
     parser.add_argument("--lives", type=int, default=100, metavar="N")
     parser.add_argument("--seed", type=int, default=1, metavar="S", help="of the first life")
+    parser.add_argument("--keep", action="store_true", help="write the totals into the page")
     parser.add_argument("--life", metavar="SEED", help="play this one, or the one in this file")
     parser.add_argument("--begin", type=int, default=0, metavar="UPTIME", help="of the one life")
     words = parser.parse_args()
@@ -78,7 +87,7 @@ def main() -> int:
     try:
         if words.life is not None:
             return replay(words.life, words.begin)
-        return soak(words.seed, words.lives)
+        return soak(words.seed, words.lives, words.keep)
     except CannotRun as reason:
         print(reason, file=sys.stderr)
         return 77

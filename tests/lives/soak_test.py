@@ -28,4 +28,4 @@ def test_few_lives_may_be_without_a_verdict_and_none_goes_wrong(monkeypatch, ver
             yield {"seed": seed, "verdict": verdict, "detail": None, "steps": 1, "seconds": 1}
 
     monkeypatch.setattr(soak, "play_seeds", play_seeds)
-    assert soak.soak(1, 200) == status
+    assert soak.soak(1, 200, is_kept=False) == status
