@@ -95,7 +95,8 @@ def main() -> int:
     if words.keep:
         rows.sort(key=lambda row: int(row[1]) if row[1].isdigit() else words.until + 1)
         keep("breaks", {
-            "text": "On {date}, with the lives of the tree of {tree}:",
+            "text": "On {date}, with src at {src}, of the lives up to {until}:",
+            "values": {"until": words.until},
             "columns": ["Break", "Shown by life", "What differs there"],
             "rows": rows,
         })

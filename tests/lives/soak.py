@@ -44,7 +44,7 @@ def soak(first: int, count: int, is_kept: bool) -> int:
     if is_kept:
         counts = {"lives": count, "first": first, "last": first + count - 1, "steps": steps, **totals}
         keep("lives", {
-            "text": "Reached on {date}, with the tree of {tree}: {lives} lives (seeds {first} to"
+            "text": "Reached on {date}, with src at {src}: {lives} lives (seeds {first} to"
             " {last}) with {steps} steps in {days} simulated days: {mismatch} mismatches, {failed}"
             " failures, {undecided} without a verdict to the end.",
             "values": {**counts, "days": f"{seconds / 86400:.1f}"},

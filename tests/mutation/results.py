@@ -41,7 +41,7 @@ def keep_counts(tried: list, of: int, seed: int) -> None:
         total = sum(found.values())
         rows.append([title, *(str(number) for number in (total, *found.values()))])
     keep("mutation", {
-        "text": "On {date}, with the tree of {tree}: {tried} of {all} breaks, from seed {seed}.",
+        "text": "On {date}, with src at {src}: {tried} of {all} breaks, from seed {seed}.",
         "values": {"tried": len(tried), "all": of, "seed": seed},
         "columns": [
             "Breaks of", "Tried", "Do not compile", "Noticed by unit tests", "on the host",
