@@ -1,6 +1,6 @@
 """Holds what was seen against what the model expected."""
 
-from typing import Sequence
+from typing import Optional, Sequence
 
 from guest.trace import Event, Trace
 from world import TOLERANCE, Access, Called, Line, World
@@ -21,6 +21,9 @@ class Recorder(Trace):
 
 def equal(subject: str, expected, seen) -> None:
     if expected != seen:
+        if isinstance(expected, dict) and isinstance(seen, dict):
+            differ = [name for name in expected if expected[name] != seen.get(name)]
+            subject += f": {', '.join(differ)}"
         raise Mismatch(f"{subject}\n  expected: {expected}\n  seen:     {seen}")
 
 
@@ -60,8 +63,10 @@ def _lines(expected: list, seen: list, stream: str) -> None:
         want = expected[position] if position < len(expected) else None
         have = seen[position] if position < len(seen) else None
         if want is None or have is None or (want.texts and have.text not in want.texts):
-            raise Mismatch(f"a line on {stream}\n  expected: {want}\n  seen:     {have}")
-        _near(f"the time of {have}", want.time, have.time)
+            due = want and (" or ".join(map(repr, want.texts)) or "a library's text")
+            subject = f"{stream}: {_difference(due, have and repr(have.text))}"
+            raise Mismatch(f"{subject}\n  expected: {want}\n  seen:     {have}")
+        _near(f"the time of {have.text!r}", want.time, have.time)
 
 
 def _accesses(expected: list, seen: Sequence[Event]) -> int:
@@ -71,10 +76,21 @@ def _accesses(expected: list, seen: Sequence[Event]) -> int:
         want = expected[position] if position < len(expected) else None
         have = seen[position] if position < len(seen) else None
         if want is None or have is None or want[1:] != have[1:4]:
-            raise Mismatch(f"what was done with a line\n  expected: {want}\n  seen:     {have}")
-        _near(f"the time of {have}", want.time, have.time)
+            subject = _difference(_access(want), _access(have))
+            raise Mismatch(f"{subject}\n  expected: {want}\n  seen:     {have}")
+        _near(f"the time of {_access(have)}", want.time, have.time)
         difference = have.time - want.time
     return difference
+
+
+def _access(one) -> Optional[str]:
+    return one and f"a {one.kind} of {one.line} as {one.level}"
+
+
+def _difference(want: Optional[str], have: Optional[str]) -> str:
+    if want is None:
+        return f"{have}, which is not due"
+    return f"{have} in place of {want}" if have is not None else f"without {want}"
 
 
 def _near(subject: str, expected: int, seen: int) -> None:
