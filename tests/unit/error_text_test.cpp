@@ -80,6 +80,8 @@ TEST(ErrorTextTest, IsTheLibrarysOwnWhereThatGarblesWords)
             "unrecognised option '----%original%option%_token%'");
   EXPECT_EQ(refusalOfFile("a%original_token%b\n"),
             "the options configuration file contains an invalid line 'ab'");
+  EXPECT_EQ(refusalOfFile("%canonical_option%%option%\n"),
+            "the options configuration file contains an invalid line '%canonical_option%'");
   EXPECT_EQ(refusalOfFile("%invalid%option%_line%\n"),
             "the options configuration file contains an invalid line '%invalid_line%'");
 }
