@@ -5,7 +5,7 @@ import re
 import shutil
 import subprocess
 from pathlib import Path
-from typing import Sequence
+from typing import Optional, Sequence
 
 from problems import CannotMeasure
 from programs import BARE, BARE_STATIC, DEFAULT, EMPTY, NUT, SMALL, TRUE
@@ -50,11 +50,31 @@ def stripped_kilobytes(program: str, folder: Path) -> float:
     return copy.stat().st_size / 1000
 
 
-def _cmake(preset: str, targets: Sequence[str], settings: Sequence[str] = ()) -> None:
+def linker_map_of_small_build() -> str:
+    file = _SMALL / "kelvo-pwr.map"
+    if not file.exists():
+        _cmake("small", ["kelvo-pwr"], [f"-DCMAKE_CXX_STANDARD_LIBRARIES=-Wl,-Map={file}"])
+    return file.read_text()
+
+
+def build_otherwise(name: str, settings: Sequence[str]) -> str:
+    """The path of the default build with these settings of CMake."""
+    folder = _ROOT / "build" / "trials" / name
+    _cmake("release", ["kelvo-pwr"], ["-DBUILD_TESTING=OFF", *settings], folder)
+    return str(folder / "kelvo-pwr")
+
+
+def _cmake(
+    preset: str,
+    targets: Sequence[str],
+    settings: Sequence[str] = (),
+    folder: Optional[Path] = None,
+) -> None:
+    folder = folder or _ROOT / "build" / preset
     quiet = {"stdout": subprocess.DEVNULL, "cwd": _ROOT, "check": True}
-    subprocess.run(["cmake", "--preset", preset, *settings], **quiet)
+    subprocess.run(["cmake", "--preset", preset, "-B", folder, *settings], **quiet)
     jobs = str(len(os.sched_getaffinity(0)))
-    build = ["cmake", "--build", "--preset", preset, "--parallel", jobs]
+    build = ["cmake", "--build", folder, "--parallel", jobs]
     subprocess.run([*build, "--target", *targets], **quiet)
 
 

@@ -1,11 +1,9 @@
 """How cost grows: with years, with chips, with clients; and whose the memory is."""
 
-from pathlib import Path
-
 from on_board import on_board
 from on_host import on_host
 from programs import BARE, DEFAULT
-from table import markdown, plain
+from table import Rows
 
 _YEARS = 10
 _CHIPS = [1, 4, 16, 64]
@@ -14,26 +12,18 @@ _WINDOW_SECONDS = 20
 _CLIENTS_PER_SECOND, _CLIENT_SECONDS = 100, 60
 _LONGEST_SECONDS = 900
 
-Rows = list[list[str]]
 
-
-def growth(paths: dict[str, str]) -> list[Rows]:
-    """A table of each."""
+def growth(paths: dict[str, str]) -> dict[str, Rows]:
+    """A table of each, by the name that it is kept under."""
     chips = {"chips": _CHIPS, "starts": _STARTS, "window": _WINDOW_SECONDS}
     clients = {"clients": _CLIENTS_PER_SECOND, "seconds": _CLIENT_SECONDS}
-    return [
-        _of_memory(on_host("memory.py", {"paths": paths})),
-        _of_years(on_host("years.py", {"paths": paths, "years": _YEARS})),
-        _of_clients(on_host("clients.py", {"paths": paths, **clients})),
-        _of_chips(on_board("chips.py", {"paths": paths, **chips}, _LONGEST_SECONDS)),
-    ]
-
-
-def show(tables: list[Rows], folder: Path) -> int:
-    print("\n".join(map(plain, tables)))
-    folder.mkdir(parents=True, exist_ok=True)
-    (folder / "growth.md").write_text("\n".join(map(markdown, tables)))
-    return 0
+    of_chips = on_board("chips.py", {"paths": paths, **chips}, _LONGEST_SECONDS)
+    return {
+        "cost_memory": _of_memory(on_host("memory.py", {"paths": paths})),
+        "cost_years": _of_years(on_host("years.py", {"paths": paths, "years": _YEARS})),
+        "cost_clients": _of_clients(on_host("clients.py", {"paths": paths, **clients})),
+        "cost_chips": _of_chips(of_chips),
+    }
 
 
 def _of_memory(parts: dict[str, dict[str, int]]) -> Rows:

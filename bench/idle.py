@@ -1,7 +1,7 @@
-"""On the board, in real time: what programs take while nothing happens.
+"""On the board, in real or simulated time: what programs take while nothing happens.
 
-idle.py TASK: paths of the programs, number of rounds, seconds of a window, as JSON. Leaves
-`result.json` in the folder that outlives the board.
+idle.py TASK: paths of the programs, names of those to be measured, number of rounds, seconds of
+a window, as JSON. Leaves `result.json` in the folder that outlives the board.
 """
 
 import itertools
@@ -42,8 +42,9 @@ _IN_ITS_LOOP = {
     SMALL: "Full server",
 }
 _LONGEST_START_SECONDS = 30
-# Until what a start leaves to do is done.
-_SETTLE_SECONDS = 5
+# Until what a start leaves to do is done. In simulated time what is looked at each tenth of a
+# second begins its ticks with a tenth, and no edge of a window may be near one.
+_SETTLE_SECONDS = 5.05
 
 
 def command_lines(paths: dict[str, str], folder: Path) -> dict[str, list[str]]:
@@ -66,11 +67,13 @@ def command_lines(paths: dict[str, str], folder: Path) -> dict[str, list[str]]:
     }
 
 
-def start(open_now: ExitStack, paths: dict[str, str], folder: Path) -> dict[str, list[int]]:
+def start(open_now: ExitStack, task: dict, folder: Path) -> dict[str, list[int]]:
     """The processes of each program; they end with `open_now`."""
     remove_chips()
-    started = {}
+    paths, started = task["paths"], {}
     for name, argv in command_lines(paths, folder).items():
+        if name not in task["programs"]:
+            continue
         last_line = _IN_ITS_LOOP.get(name)
         output = folder / f"output-{len(started)}" if last_line else Path(os.devnull)
         process = spawn(argv, output=output)
@@ -82,7 +85,7 @@ def start(open_now: ExitStack, paths: dict[str, str], folder: Path) -> dict[str,
                 process,
                 _LONGEST_START_SECONDS,
             )
-    if paths[NUT]:
+    if paths[NUT] and NUT in task["programs"]:
         scratch = open_now.enter_context(tempfile.TemporaryDirectory())
         nut = open_now.enter_context(Nut(Path(paths[NUT]), Path(scratch) / "nut", _NUT_PORT))
         nut.serve()
@@ -92,10 +95,10 @@ def start(open_now: ExitStack, paths: dict[str, str], folder: Path) -> dict[str,
     return {name: sorted(set().union(*map(family, pids))) for name, pids in started.items()}
 
 
-def measure(paths: dict[str, str], seconds: float, folder: Path) -> dict[str, dict[str, float]]:
+def measure(task: dict, seconds: float, folder: Path) -> dict[str, dict[str, float]]:
     """One round: a window for the accounts and one for the system calls."""
     with ExitStack() as open_now:
-        groups = start(open_now, paths, folder)
+        groups = start(open_now, task, folder)
         owners = {pid: name for name, pids in groups.items() for pid in pids}
         with Switches() as switches:
             begin = time.monotonic()
@@ -122,11 +125,11 @@ def main() -> None:
     task = json.loads(sys.argv[1])
     folder = Path(os.environ["BOARD_OUTPUT"])
     # Once for nothing, so that every round finds the same files in the kernel's memory.
-    measure(task["paths"], 1, folder)
+    measure(task, 1, folder)
     rounds = []
     for number in range(task["rounds"]):
         print(f"idle: round {number + 1} of {task['rounds']}", file=sys.stderr, flush=True)
-        rounds.append(measure(task["paths"], task["window"], folder))
+        rounds.append(measure(task, task["window"], folder))
     (folder / "result.json").write_text(json.dumps(rounds))
 
 

@@ -9,7 +9,7 @@ from goals import FALL, SIZE
 from nut import Nut
 from on_board import on_board
 from on_host import on_host
-from programs import DEFAULT, NUT, SMALL
+from programs import DEFAULT, LOOPS, NUT, SMALL
 
 # For each figure, for each program, the value of each round.
 Results = dict[str, dict[str, list[float]]]
@@ -36,7 +36,7 @@ def measure(paths: dict[str, str], extent: Extent) -> Results:
         *status_rounds(task),
         *on_host("cpu.py", task),
         *on_board("start.py", task, start_seconds),
-        *on_board("idle.py", task, idle_seconds),
+        *on_board("idle.py", {**task, "programs": LOOPS}, idle_seconds),
     ]
     results = collected(rounds)
     results.update(on_host("instructions.py", task))

@@ -12,3 +12,5 @@ TRUE = "/bin/true"
 PYTHON = "Python loop"
 SHELL = "shell loop"
 NUT = "NUT, simulated UPS"
+
+LOOPS = [DEFAULT, OVERDUE, MINIMAL, SMALL, BARE, BARE_CLOCK, BARE_STATIC, PYTHON, SHELL, NUT]

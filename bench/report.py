@@ -1,13 +1,10 @@
-"""Tables and picture of what was measured."""
-
-from pathlib import Path
+"""How what was measured is shown."""
 
 from chart import chart
-from figures import Figure, judge
+from figures import Figure
 from goals import CALLS, CPU, FALL, GOALS, INSTRUCTIONS, MEMORY, OWN_CPU, SIZE, START, STATUS
 from goals import WAKE_UPS
 from measure import Results
-from table import goal_rows, markdown, plain, program_rows
 
 # In the order of the tables: the unit, and digits behind the point.
 _SHOWN = {
@@ -26,17 +23,14 @@ _SHOWN = {
 _PICTURED = (MEMORY, WAKE_UPS, CALLS, CPU, START, STATUS)
 
 
-def report(results: Results, folder: Path) -> bool:
-    """Prints the tables, writes `cost.md` and `cost.svg`; whether all goals were reached."""
-    figures = [
+def figures_of(results: Results) -> list[Figure]:
+    return [
         Figure(name, unit, digits, results[name])
         for name, (unit, digits) in _SHOWN.items()
         if name in results
     ]
-    verdicts = judge(GOALS, figures)
-    tables = [goal_rows(verdicts), program_rows(figures)]
-    print("\n".join(map(plain, tables)))
-    (folder / "cost.md").write_text("\n".join(map(markdown, tables)))
+
+
+def picture(figures: list[Figure]) -> str:
     pictured = [figure for figure in figures if figure.name in _PICTURED]
-    (folder / "cost.svg").write_text(chart(pictured, GOALS, "What it costs, beside others"))
-    return all(verdict.reached for verdict in verdicts)
+    return chart(pictured, GOALS, "What it costs, beside others")

@@ -1,11 +1,18 @@
-"""The figures as text: one table of goals, one of all programs."""
+"""The figures as rows of text: one table of goals, one of all programs."""
 
-from typing import Sequence
+import json
+import subprocess
+from pathlib import Path
+from typing import Mapping, Sequence
 
 from figures import Figure, Verdict
 
+Rows = list[list[str]]
 
-def goal_rows(verdicts: Sequence[Verdict]) -> list[list[str]]:
+_SCRIPT = Path(__file__).parent.parent / "scripts" / "figures"
+
+
+def goal_rows(verdicts: Sequence[Verdict]) -> Rows:
     rows = [["Figure", "Of", "Measured", "Goal", "Ratio to the goal", ""]]
     for verdict in verdicts:
         goal, figure = verdict.goal, verdict.figure
@@ -22,7 +29,7 @@ def goal_rows(verdicts: Sequence[Verdict]) -> list[list[str]]:
     return rows
 
 
-def program_rows(figures: Sequence[Figure]) -> list[list[str]]:
+def program_rows(figures: Sequence[Figure]) -> Rows:
     """The median of each program; a program that has no such figure has a dash."""
     programs = list(dict.fromkeys(program for figure in figures for program in figure.rounds))
     rows = [["Program", *(f"{figure.name}, {figure.unit}".rstrip(", ") for figure in figures)]]
@@ -35,15 +42,20 @@ def program_rows(figures: Sequence[Figure]) -> list[list[str]]:
     return rows
 
 
-def markdown(rows: Sequence[Sequence[str]]) -> str:
-    header, *body = rows
-    lines = [header, ["---"] * len(header), *body]
-    return "".join(f"| {' | '.join(line)} |\n" for line in lines)
-
-
-def plain(rows: Sequence[Sequence[str]]) -> str:
+def plain(rows: Rows) -> str:
     widths = [max(map(len, column)) for column in zip(*rows)]
     return "".join(
         "  ".join(text.ljust(width) for text, width in zip(row, widths)).rstrip() + "\n"
         for row in rows
     )
+
+
+def show(tables: Mapping[str, Rows]) -> None:
+    print("\n".join(map(plain, tables.values())), end="")
+
+
+def keep(tables: Mapping[str, Rows], docs: Path) -> None:
+    """Has each of these shown by the pages in this folder."""
+    for name, (columns, *rows) in tables.items():
+        kept = json.dumps({"columns": columns, "rows": rows})
+        subprocess.run([_SCRIPT, "--keep", name, docs], input=kept, text=True, check=True)

@@ -7,9 +7,16 @@ import pytest
 from accounts import accounts
 from calls import count
 from chart import chart
+from counts import judged
 from figures import Figure, Goal, judge
-from table import goal_rows, markdown, plain, program_rows
+from goals import CALLS as CALLS_PER_SECOND
+from goals import COUNTED_GOALS, INSTRUCTIONS, WAKE_UPS
+from goals import MEMORY as RESIDENT_MEMORY
+from parts import parts
+from programs import BARE, DEFAULT, OVERDUE, SMALL
+from table import goal_rows, plain, program_rows
 
+SVG = "{http://www.w3.org/2000/svg}"
 MEMORY = Figure("memory", "kB", 0, {"ours": [1300, 1000, 1900], "theirs": [1000, 500, 2000]})
 CALLS = Figure("calls", "", 1, {"ours": [2, 2, 2.04]})
 
@@ -91,30 +98,96 @@ def test_the_table_of_programs():
 def test_a_table_as_text():
     rows = [["A", "Longer"], ["wide", "x"]]
     assert plain(rows) == "A     Longer\nwide  x\n"
-    assert markdown(rows) == "| A | Longer |\n| --- | --- |\n| wide | x |\n"
 
 
 def test_the_picture_has_a_bar_for_each_program_and_a_mark_for_a_goal():
     goals = [Goal("memory", "ours", 1.05, times="theirs"), Goal("memory", "ours", 5000)]
-    svg = "{http://www.w3.org/2000/svg}"
     picture = ElementTree.fromstring(chart([MEMORY], goals, "<Title>"))
-    assert picture.find(f"{svg}title").text == "<Title>"
-    background, *bars = picture.iter(f"{svg}rect")
+    assert picture.find(f"{SVG}title").text == "<Title>"
+    background, *bars = picture.iter(f"{SVG}rect")
     ours, theirs = (float(bar.get("width")) for bar in bars)
     assert theirs / ours == pytest.approx(1000 / 1300, abs=0.001)
     # A goal beyond the longest bar has no place.
-    (mark,) = picture.iter(f"{svg}line")
+    (mark,) = picture.iter(f"{SVG}line")
     left = float(bars[0].get("x"))
     assert (float(mark.get("x1")) - left) / ours == pytest.approx(1050 / 1300, abs=0.001)
 
 
 def test_a_value_stands_beyond_a_mark_that_is_behind_its_bar():
     figure = Figure("memory", "kB", 0, {"ours": [1000], "theirs": [2000]})
-    svg = "{http://www.w3.org/2000/svg}"
     picture = ElementTree.fromstring(chart([figure], [Goal("memory", "ours", 1100)], ""))
-    (mark,) = picture.iter(f"{svg}line")
-    (value,) = (text for text in picture.iter(f"{svg}text") if text.text == "1,000")
+    (mark,) = picture.iter(f"{SVG}line")
+    (value,) = (text for text in picture.iter(f"{SVG}text") if text.text == "1,000")
     assert float(value.get("x")) > float(mark.get("x1"))
+
+
+def counted(*changes):
+    """Results at the goals, but for these."""
+    results = {
+        WAKE_UPS: {DEFAULT: [60], SMALL: [60]},
+        CALLS_PER_SECOND: {DEFAULT: [2], SMALL: [2], OVERDUE: [3]},
+        INSTRUCTIONS: {DEFAULT: [1.2], BARE: [1]},
+        RESIDENT_MEMORY: {SMALL: [2000]},
+    }
+    for figure, program, value in changes:
+        results[figure][program] = [value]
+    return results
+
+
+def test_counts_at_their_goals_reach_them():
+    verdicts = judged(counted())
+    assert len(verdicts) == len(COUNTED_GOALS) == 7
+    assert all(verdict.reached for verdict in verdicts)
+
+
+@pytest.mark.parametrize(
+    "figure, program, value",
+    [
+        (WAKE_UPS, DEFAULT, 61),
+        (WAKE_UPS, SMALL, 61),
+        (CALLS_PER_SECOND, DEFAULT, 121 / 60),
+        (CALLS_PER_SECOND, SMALL, 121 / 60),
+        (CALLS_PER_SECOND, OVERDUE, 181 / 60),
+        (INSTRUCTIONS, DEFAULT, 1.201),
+        (RESIDENT_MEMORY, SMALL, 2004),
+    ],
+)
+def test_a_count_one_beyond_its_goal_misses_it(figure, program, value):
+    verdicts = judged(counted((figure, program, value)))
+    (missed,) = (verdict.goal for verdict in verdicts if not verdict.reached)
+    assert (missed.figure, missed.program) == (figure, program)
+
+
+def test_parts_of_a_file_by_the_map_of_its_linker():
+    linker_map = """\
+Discarded input sections
+
+ .text          0x0000000000000000      0x999 /usr/lib/libc.a(unused.o)
+
+Linker script and memory map
+
+LOAD /usr/lib/libc.a
+.text           0x0000000000001000      0x300
+ *(.text)
+ .text          0x0000000000001000      0x100 /usr/lib/libc.a(a.o)
+                0x0000000000001000                symbol
+ .text.a_very_long_name
+                0x0000000000001100       0x20 /usr/lib/libgpiod.a(b.o)
+ .text          0x0000000000001120       0x10 /usr/lib/libgpiodcxx.a(c.o)
+ .text          0x0000000000001130        0x8 /tmp/x1.ltrans0.ltrans.o
+ *fill*         0x0000000000001138        0x8
+ .text          0x0000000000001140        0x4 /usr/lib/crt1.o
+.bss            0x0000000000002000      0x400
+ .bss           0x0000000000002000      0x400 /usr/lib/libc.a(a.o)
+.comment        0x0000000000000000       0x50
+ .comment       0x0000000000000000       0x50 /usr/lib/libc.a(a.o)
+"""
+    assert parts(linker_map, 0x200) == {
+        "C library": 0x100,
+        "libgpiodcxx, libgpiod": 0x30,
+        "the program, with Boost's templates": 8,
+        "tables of the linker, padding": 0x200 - 0x138,
+    }
 
 
 def switch(time, before, state, after):

@@ -59,9 +59,24 @@ def test_a_run_that_is_ended_ends_what_it_has_started(tmp_path):
     assert_no_child_is_left()
 
 
-def test_a_short_run(tmp_path):
+@pytest.fixture(name="docs")
+def fixture_docs(tmp_path):
+    """With a page that is to show both tables."""
+    names = ("cost_goals", "cost_programs")
+    marks = "".join(f"<!-- figures: {name} -->\n<!-- end -->\n" for name in names)
+    (tmp_path / "docs" / "figures").mkdir(parents=True)
+    (tmp_path / "docs" / "page.md").write_text(marks)
+    for name in names:
+        (tmp_path / "docs" / "figures" / f"{name}.json").write_text("{}")
+    return tmp_path / "docs"
+
+
+def test_a_short_run(tmp_path, docs):
+    """How fast this machine is decides nothing here; what does not depend on it has a test."""
     done = subprocess.run(
-        [ROOT / "bench" / "run", *SHORT, "--output", tmp_path], stdout=subprocess.PIPE, text=True
+        [ROOT / "bench" / "run", *SHORT, "--output", tmp_path, "--keep", docs],
+        stdout=subprocess.PIPE,
+        text=True,
     )
     if done.returncode == 77:
         pytest.skip("this machine cannot measure")
@@ -76,12 +91,12 @@ def test_a_short_run(tmp_path):
         for program, values in programs.items():
             assert len(values) == rounds, (figure, program)
             assert min(values) > 0, (figure, program)
-    # That one wakes up once a second and makes two calls does not depend on the machine.
-    assert round(results[WAKE_UPS][DEFAULT][0] / 60) == 1
-    assert round(results[CALLS][DEFAULT][0]) == 2
     lines = done.stdout.splitlines()
     verdicts = [line for line in lines if line.endswith(("reached", "MISSED"))]
     assert len(verdicts) == len(GOALS)
     assert (done.returncode == 0) == all(line.endswith("reached") for line in verdicts)
-    assert (tmp_path / "cost.svg").read_text().startswith("<svg ")
-    assert any(line.startswith(f"| {DEFAULT} |") for line in (tmp_path / "cost.md").open())
+    assert (docs / "cost.svg").read_text().startswith("<svg ")
+    page = (docs / "page.md").read_text().splitlines()
+    shown = [line for line in page if line.endswith(("| reached |", "| MISSED |"))]
+    assert len(shown) == len(GOALS)
+    assert any(line.startswith(f"| {DEFAULT} | ") for line in page)
