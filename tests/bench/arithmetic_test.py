@@ -1,6 +1,8 @@
 """Medians, ratios, verdicts, tables and picture of made-up measurements."""
 
+import json
 import xml.etree.ElementTree as ElementTree
+from pathlib import Path
 
 import pytest
 
@@ -16,6 +18,7 @@ from parts import parts
 from programs import BARE, DEFAULT, OVERDUE, SMALL
 from table import goal_rows, plain, program_rows
 
+DOCS = Path(__file__).parent.parent.parent / "docs"
 SVG = "{http://www.w3.org/2000/svg}"
 MEMORY = Figure("memory", "kB", 0, {"ours": [1300, 1000, 1900], "theirs": [1000, 500, 2000]})
 CALLS = Figure("calls", "", 1, {"ours": [2, 2, 2.04]})
@@ -119,6 +122,25 @@ def test_a_value_stands_beyond_a_mark_that_is_behind_its_bar():
     (mark,) = picture.iter(f"{SVG}line")
     (value,) = (text for text in picture.iter(f"{SVG}text") if text.text == "1,000")
     assert float(value.get("x")) > float(mark.get("x1"))
+
+
+def test_the_picture_in_the_docs_shows_what_the_table_does():
+    table = json.loads((DOCS / "figures" / "cost_programs.json").read_text())
+    of_table = {
+        column: {row[0]: row[place] for row in table["rows"] if row[place] != "-"}
+        for place, column in enumerate(table["columns"])
+    }
+    of_picture = {}
+    _title, *texts = ElementTree.parse(DOCS / "cost.svg").iter(f"{SVG}text")
+    for text in texts:
+        if text.get("font-weight") == "bold":
+            group = of_picture.setdefault(text.text, {})
+        elif text.get("text-anchor") == "end":
+            program = text.text
+        else:
+            group[program] = text.text
+    assert len(of_picture) == 6
+    assert of_picture == {heading: of_table[heading] for heading in of_picture}
 
 
 def counted(*changes):
