@@ -7,6 +7,7 @@ from typing import BinaryIO, Optional, Sequence
 
 from host.machine import Machine, task
 from host.problems import BoardFailure
+from host.processor import take_processor
 
 # Every wait inside takes no time outside; so a program that waits for what never
 # comes would be waited for in vain without this.
@@ -32,6 +33,8 @@ def run(
     With a `root` the command runs in the Debian there, booted by systemd after the piece
     of shell `prepare` has been run in it.
     """
+    if not realtime:
+        take_processor()
     output = scratch / "output"
     output.mkdir()
     # When both go to one place, such as a terminal, their order is to be kept.
