@@ -37,7 +37,7 @@ def scratch_place(tmp_path, monkeypatch):
 
 def run(*command, options=(), **more):
     argv = [BOARD, "run", *options, "--", *command]
-    return subprocess.run(argv, capture_output=True, timeout=600, **more)
+    return subprocess.run(argv, capture_output=True, **more)
 
 
 def processes_with(text):
