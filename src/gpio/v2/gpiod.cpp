@@ -42,7 +42,7 @@ std::shared_ptr<Object> own(Object* object, void (*release)(Object*), const char
 }
 
 // What scandir makes is an array in C.
-// NOLINTBEGIN(*-array-to-pointer-decay,*-no-malloc,*-owning-memory,*-pointer-arithmetic)
+// NOLINTBEGIN(*-pointer-*,*-no-malloc,*-owning-memory)
 
 int isChip(const dirent* entry)
 {
@@ -65,7 +65,7 @@ std::vector<std::string> chipPaths()
   return paths;
 }
 
-// NOLINTEND(*-array-to-pointer-decay,*-no-malloc,*-owning-memory,*-pointer-arithmetic)
+// NOLINTEND(*-pointer-*,*-no-malloc,*-owning-memory)
 
 /// All chips, open. As in version 1 one that cannot be opened spoils every search.
 std::vector<std::shared_ptr<gpiod_chip>> openChips()
