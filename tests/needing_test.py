@@ -11,6 +11,7 @@ SKIPPED, FAILED = 77, 1
 
 SKIPS_AS_A_WHOLE = ("sh", "-c", "exit 77")
 SKIPS_IN_PART = ("echo", "12 passed, 1 skipped, 2 warnings in 65.10s (0:01:05)")
+SKIPS_IN_PART_VERBOSELY = ("echo", "======== 1 passed, 1 skipped in 0.01s =========")
 
 
 def needing(*words, required="", path=os.environ["PATH"]):
@@ -18,7 +19,7 @@ def needing(*words, required="", path=os.environ["PATH"]):
     return subprocess.run([NEEDING, *words], env=environment, capture_output=True, text=True)
 
 
-@pytest.mark.parametrize("command", [SKIPS_AS_A_WHOLE, SKIPS_IN_PART])
+@pytest.mark.parametrize("command", [SKIPS_AS_A_WHOLE, SKIPS_IN_PART, SKIPS_IN_PART_VERBOSELY])
 @pytest.mark.parametrize(
     "needs, required, status",
     [
