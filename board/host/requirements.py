@@ -1,6 +1,7 @@
 """What the board takes of this host before it can boot."""
 
 import ctypes
+import errno
 import os
 import signal
 import tempfile
@@ -57,4 +58,7 @@ def register_bytes() -> int:
     failed = _libc.ptrace(_PTRACE_GETREGSET, child, number, ctypes.byref(extent))
     os.kill(child, signal.SIGKILL)
     os.waitpid(child, 0)
+    if failed and ctypes.get_errno() != errno.ENODEV:
+        reason = os.strerror(ctypes.get_errno())
+        raise Unavailable(f"the registers of a traced process cannot be read: {reason}")
     return 0 if failed else extent.length
