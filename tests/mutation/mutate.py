@@ -1,13 +1,14 @@
 """Breaks src in one small place at a time and reports the breaks that no test notices.
 
-Works in a copy of the checkout. Each break is built and put before the unit tier, a break
-of the entry point before tests/host; those that survive it go before most scenarios of the board.
+Works in a copy of the checkout. Each break is built and put before the unit tier, a break of the
+entry point before tests/host/start_up_test.py; those that survive it go before most scenarios of
+the board.
 Ends with status 1 when one survives that is not in tests/mutation/survivors.json.
 """
 
 import argparse
 import fnmatch
-import random
+import hashlib
 import sys
 import tempfile
 import time
@@ -31,8 +32,9 @@ def main() -> int:
         for number, one in enumerate(breaks):
             print(f"{number} {one.file}:{one.line}\n{one.diff()}")
         return 0
-    # So that a run that is ended early has tried a sample of all.
-    random.Random(arguments.seed).shuffle(breaks)
+    # So that a run that is ended early has tried a sample of all, and the same one when other
+    # breaks have come or gone.
+    breaks.sort(key=lambda one: _drawn(arguments.seed, one))
     chosen = breaks[arguments.skip :][: arguments.take]
     if arguments.work:
         tried = _judge(chosen, Trial(arguments.work.absolute()), arguments)
@@ -43,6 +45,10 @@ def main() -> int:
         results.keep_counts(tried, len(breaks), arguments.seed)
         results.keep("survivors", results.table_of_survivors())
     return _report(tried)
+
+
+def _drawn(seed: int, one: Break) -> bytes:
+    return hashlib.sha256(f"{seed} {one.file} {one.diff()}".encode()).digest()
 
 
 def _arguments() -> argparse.Namespace:
