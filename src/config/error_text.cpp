@@ -28,7 +28,8 @@ bool has(const std::string& text, const std::string& words)
 }
 
 /// The library replaces name by name, each again and again as long as the text has it: for ever
-/// if the words for it, which may be the user's, have it too.
+/// if the words for it, which may be the user's, have it too. Other words could only form it anew
+/// with text on both sides of them, and there the templates have quotes, blanks and dashes.
 bool isEndless(const LibraryError& error)
 {
   std::string text = error.m_error_template;

@@ -71,6 +71,16 @@ TEST(ErrorTextTest, IsTheLibrarysOwnForPercentSignsThatItFinishes)
             "the options configuration file contains an invalid line '%canonical_option%'");
 }
 
+/// Two halves of a name would make one more of it between other halves, and so on.
+TEST(ErrorTextTest, IsTheLibrarysOwnForHalvesOfNames)
+{
+  EXPECT_EQ(refusalOf({"--test.hour=ue%ue%%val%val"}),
+            "the argument ('ue%ue%%val%val') for option '--test.hour' is invalid");
+  EXPECT_EQ(
+      refusalOfFile("_line%_line%%invalid%invalid\n"),
+      "the options configuration file contains an invalid line '_line%_line%%invalid%invalid'");
+}
+
 /// It takes some of the user's words for names of its own.
 TEST(ErrorTextTest, IsTheLibrarysOwnWhereThatGarblesWords)
 {
