@@ -109,7 +109,7 @@ extern "C" FILE* fopen64(const char* path, const char* mode)
 
 extern "C" int fclose(FILE* stream)
 {
-  if (stream != nullptr && stream == watchedStream) {
+  if (stream == watchedStream) {
     watchedStream = nullptr;
     noteWatched("close");
   }
