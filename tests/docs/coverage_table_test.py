@@ -20,4 +20,5 @@ def test_each_file_has_a_row_and_the_sums_stand_above():
     summary = json.dumps(counts((9, 10), (1, 4), files=files))
     kept = json.loads(subprocess.check_output([_SCRIPT], input=summary, text=True))
     assert kept["rows"] == [["`app/a.cpp`", "2/3", "1/4"], ["`b.cpp`", "7/7", "none"]]
-    assert kept["text"].format(**kept["values"]) == "Reached: 9 of 10 lines, 1 of 4 branches."
+    text = kept["text"].format(date="DAY", src="SOURCES", **kept["values"])
+    assert text == "Reached on DAY, with src at SOURCES: 9 of 10 lines, 1 of 4 branches."
