@@ -37,10 +37,9 @@ _LEFT_OUT = (
 
 # The headers of the libraries, which take most of the time of a build.
 _PRECOMPILED = """
-foreach(target IN ITEMS kelvo kelvo-pwr unit_tests)
+foreach(target IN ITEMS kelvo kelvo-pwr)
   cmake_language(EVAL CODE "cmake_language(DEFER CALL target_precompile_headers ${target} PRIVATE
-    <boost/interprocess/managed_shared_memory.hpp> <boost/program_options.hpp> <gpiod.hpp>
-    <iostream> $<$<STREQUAL:${target},unit_tests>:<gtest/gtest.h$<ANGLE-R>>)")
+    <boost/interprocess/managed_shared_memory.hpp> <boost/program_options.hpp> <gpiod.hpp>)")
 endforeach()
 """
 
