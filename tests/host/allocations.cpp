@@ -2,6 +2,8 @@
 // and operator new, by the file that they are in, from the second sleep to the last. Then it prints
 // a line with name and number for each, and ends the process.
 
+#include "preloaded.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -80,6 +82,5 @@ extern "C" int nanosleep(const timespec* request, timespec* remainder)
     }
     _exit(0);
   }
-  using Sleep = int(const timespec*, timespec*);
-  return reinterpret_cast<Sleep*>(dlsym(RTLD_NEXT, "nanosleep"))(request, remainder);
+  return next<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
 }

@@ -4,11 +4,12 @@
 // and moves both clocks, and the process ends at the sleep whose number is in ENDS_AT_SLEEP.
 // Allocates nothing, for the program's memory is watched.
 
+#include "preloaded.h"
+
 #include <cstdint>
 #include <cstdlib>
 #include <ctime>
 
-#include <dlfcn.h>
 #include <unistd.h>
 
 namespace {
@@ -26,12 +27,6 @@ std::int64_t uptime = 3600 * nanosecondsPerSecond;
 timespec timespecOf(std::int64_t nanoseconds)
 {
   return {nanoseconds / nanosecondsPerSecond, nanoseconds % nanosecondsPerSecond};
-}
-
-template <typename Function>
-Function* next(const char* name)
-{
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
 }  // namespace

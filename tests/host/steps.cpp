@@ -1,9 +1,12 @@
 // Preloaded before the stand-in for the lines, it prints the calls that the entry point's steps
 // come to on standard error, each on a line that begins with "= ". With SIGNAL_AT_THE_END in the
-// environment it sends that signal to the process when the first line is given back.
+// environment it sends that signal to the process when the first line is given back. The calls of
+// libgpiod are in the file for its version.
 
 // The checking variants of open() are inline functions, which leave none to define.
 #undef _FORTIFY_SOURCE
+
+#include "steps.h"
 
 #include <csignal>
 #include <cstdarg>
@@ -12,27 +15,12 @@
 #include <ctime>
 #include <string>
 
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <gpiod.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 namespace {
-
-template <typename Function>
-Function* next(const char* name)
-{
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-/// Past the streams: one that a signal interrupts may be written once more at the end.
-void step(const std::string& call)
-{
-  const std::string line = "= " + call + "\n";
-  [[maybe_unused]] const auto ignored = write(STDERR_FILENO, line.data(), line.size());
-}
 
 std::string nameIn(const std::string& path)
 {
@@ -42,6 +30,21 @@ std::string nameIn(const std::string& path)
 const char* signalAtTheEnd = std::getenv("SIGNAL_AT_THE_END");
 
 }  // namespace
+
+void step(const std::string& call)
+{
+  const std::string line = "= " + call + "\n";
+  [[maybe_unused]] const auto ignored = write(STDERR_FILENO, line.data(), line.size());
+}
+
+void lineIsGivenBack()
+{
+  if (signalAtTheEnd != nullptr) {
+    const int number = std::atoi(signalAtTheEnd);
+    signalAtTheEnd = nullptr;
+    raise(number);
+  }
+}
 
 extern "C" {
 
@@ -102,35 +105,6 @@ int nanosleep(const timespec* request, timespec* remainder)
 {
   step("sleep");
   return next<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
-}
-
-gpiod_line* gpiod_chip_find_line(gpiod_chip* chip, const char* name)
-{
-  step("find " + std::string(name));
-  return next<gpiod_line*(gpiod_chip*, const char*)>("gpiod_chip_find_line")(chip, name);
-}
-
-int gpiod_line_request_bulk(gpiod_line_bulk* bulk, const gpiod_line_request_config* config,
-                            const int* levels)
-{
-  const std::string name = gpiod_line_name(bulk->lines[0]);
-  if (config->request_type == GPIOD_LINE_REQUEST_DIRECTION_OUTPUT) {
-    step("output " + name + " " + std::to_string(levels[0]));
-  } else {
-    step("input " + name);
-  }
-  using Request = int(gpiod_line_bulk*, const gpiod_line_request_config*, const int*);
-  return next<Request>("gpiod_line_request_bulk")(bulk, config, levels);
-}
-
-void gpiod_chip_close(gpiod_chip* chip)
-{
-  if (signalAtTheEnd != nullptr) {
-    const int number = std::atoi(signalAtTheEnd);
-    signalAtTheEnd = nullptr;
-    raise(number);
-  }
-  next<void(gpiod_chip*)>("gpiod_chip_close")(chip);
 }
 
 }  // extern "C"
