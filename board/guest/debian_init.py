@@ -77,7 +77,10 @@ def add_own_files(scratch: str) -> None:
     journal = Path("/run/systemd/journald.conf.d")
     journal.mkdir()
     shutil.copy(_FILES / "journald.conf", journal)
-    shutil.copy(_FILES / "last-look", "/usr/lib/systemd/system-shutdown/board")
+    shutdown = Path("/usr/lib/systemd/system-shutdown")
+    # The package has it no longer in Debian 13.
+    shutdown.mkdir(exist_ok=True)
+    shutil.copy(_FILES / "last-look", shutdown / "board")
     (_OWN / "scratch-on-host").write_text(scratch)
     Path("/etc/machine-id").write_text(f"{1:032x}\n")
     Path("/etc/hostname").write_text("board\n")

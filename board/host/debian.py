@@ -12,20 +12,33 @@ _PACKAGES = (
     "udev",
     "dbus",
     "gpiod",
-    # What kelvo-pwr depends on.
-    "libboost-program-options1.74.0",
-    "libgpiod2",
     # What the tests inside are written with.
     "python3-pytest",
 )
+# What kelvo-pwr depends on.
+_LIBRARIES = {
+    "bookworm": ("libboost-program-options1.74.0", "libgpiod2"),
+    "trixie": ("libboost-program-options1.83.0", "libgpiod3"),
+}
+RELEASES = tuple(_LIBRARIES)
 # What apt can install inside, without a network.
-_FOR_LATER = ("curl", "nut-server", "prometheus-node-exporter")
+_FOR_LATER = (
+    "curl",
+    "dbus-user-session",
+    "libpam-systemd",
+    "nut-server",
+    "polkitd",
+    "prometheus-node-exporter",
+)
 
 
-def debian() -> Path:
-    """The folder with the root; made first unless it is kept."""
-    recipe = " ".join(_FOR_LATER)
-    return debian_root("system-root", "bookworm", _PACKAGES, finish=_fetch, recipe=recipe)
+def debian(release: str) -> Path:
+    """The folder with the root of this release; made first unless it is kept."""
+    if release not in RELEASES:
+        raise Unavailable(f"there is no board with the Debian {release!r}")
+    packages = (*_PACKAGES, *_LIBRARIES[release])
+    name, recipe = f"{release}-system-root", " ".join(_FOR_LATER)
+    return debian_root(name, release, packages, finish=_fetch, recipe=recipe)
 
 
 def _fetch(root: Path) -> None:

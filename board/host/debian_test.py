@@ -1,16 +1,23 @@
-"""`board/board system` as seen from the host; run by pytest there, not on the board."""
+"""`board/board system` as seen from the host; run by pytest there, not on the board.
+
+DEBIAN_RELEASE names the Debian to boot; without it that is the host's own.
+"""
 
 import json
+import os
+import platform
 import subprocess
 from pathlib import Path
 
 import pytest
 
 BOARD = Path(__file__).parent.parent / "board"
+RELEASE = os.environ.get("DEBIAN_RELEASE")
 
 
 def run(*command, options=()):
-    argv = [BOARD, "system", *options, "--", *command]
+    release = ["--release", RELEASE] if RELEASE else []
+    argv = [BOARD, "system", *release, *options, "--", *command]
     return subprocess.run(argv, capture_output=True, text=True, timeout=600)
 
 
@@ -20,6 +27,11 @@ def tried():
     if result.returncode == 77:
         pytest.skip(result.stderr)
     return result
+
+
+def test_the_debian_is_the_one_that_was_asked_for():
+    expected = RELEASE or platform.freedesktop_os_release()["VERSION_CODENAME"]
+    assert f"VERSION_CODENAME={expected}" in run("cat", "/etc/os-release").stdout.splitlines()
 
 
 def test_outputs_and_status_are_the_commands(tried):
