@@ -46,6 +46,8 @@ def test_what_was_prepared_is_there_and_the_journal_is_kept(tmp_path):
     assert (tmp_path / "file").read_text() == "text\n"
     messages = [json.loads(line)["MESSAGE"] for line in (tmp_path / "journal.json").open()]
     assert messages.index("said") < messages.index("Shutting down.")
+    assert " / overlay ro," in (tmp_path / "mounts").read_text()
+    assert "All filesystems unmounted." in (tmp_path / "kernel-messages").read_text()
 
 
 def test_a_preparation_that_fails():

@@ -5,6 +5,7 @@ import re
 import signal
 
 _PANIC = re.compile(r"Kernel panic - not syncing: (.*)")
+_RESTART = "reboot: Restarting system"
 _FIRST_PROCESS = re.compile(r"Attempted to kill init! exitcode=0x([0-9a-f]{8})")
 
 
@@ -20,3 +21,8 @@ def reason_of_end(messages: str) -> str:
     if code < 0:
         return f"the first process was killed by signal {-code} ({signal.strsignal(-code)})"
     return f"the first process ended, with status {code}"
+
+
+def is_restart(messages: str) -> bool:
+    """Whether the board was to start again rather than to stay off."""
+    return _RESTART in messages

@@ -2,7 +2,7 @@
 
 import pytest
 
-from host.last_words import reason_of_end
+from host.last_words import is_restart, reason_of_end
 
 BEFORE = """\
 Run /board/guest/init.py as init process
@@ -41,3 +41,8 @@ def test_a_panic_is_told_as_what_it_is(panic, reason):
 
 def test_no_panic():
     assert reason_of_end(BEFORE) == "ended without an outcome"
+
+
+@pytest.mark.parametrize("last, restarts", [("System halted", False), ("Restarting system", True)])
+def test_a_restart_is_told_from_an_end(last, restarts):
+    assert is_restart(f"{BEFORE}[  126.110000] reboot: {last}\r\n\n") == restarts

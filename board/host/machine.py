@@ -9,7 +9,7 @@ from pathlib import Path
 from typing import Callable, Optional, Sequence
 
 from host.children import follow_parent
-from host.last_words import reason_of_end
+from host.last_words import is_restart, reason_of_end
 from host.problems import BoardFailure
 
 _LIBRARY = Path(__file__).parent.parent
@@ -33,12 +33,12 @@ class Machine:
         init: str = "init.py",
     ):
         self._scratch = scratch
-        self._log = scratch / "kernel-messages"
+        self.kernel_messages = scratch / "kernel-messages"
         for name in set(task["outputs"].values()):
             (scratch / name).touch()
         (scratch / "task.json").write_text(json.dumps(task))
         parent = os.getpid()
-        with self._log.open("wb") as log:
+        with self.kernel_messages.open("wb") as log:
             self._process = subprocess.Popen(
                 _arguments(kernel, scratch, task["realtime"], terminal, init),
                 stdin=subprocess.DEVNULL,
@@ -66,9 +66,11 @@ class Machine:
         outcome = self._scratch / "outcome"
         if not outcome.exists():
             end = self._scratch / "end"
+            messages = self.kernel_messages.read_text(errors="replace")
             if end.exists():
-                raise BoardFailure(f"the command was ended by {end.read_text().strip()}")
-            messages = self._log.read_text(errors="replace")
+                # What systemd meant, until something at the very end did otherwise.
+                how = "reboot" if is_restart(messages) else end.read_text().strip()
+                raise BoardFailure(f"the command was ended by {how}")
             raise BoardFailure(f"{reason_of_end(messages)}; the kernel said:\n{messages}")
         result = json.loads(outcome.read_text())
         if "failure" in result:

@@ -67,6 +67,8 @@ def run(
     finally:
         # A run that fails may have left what explains it.
         if keep is not None:
+            if root is not None:
+                shutil.copy(machine.kernel_messages, output)
             _keep(output, keep)
 
 
