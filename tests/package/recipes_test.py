@@ -166,7 +166,7 @@ def test_yocto_installs_and_packs_what_debian_installs(tmp_path):
     assert fields["SYSTEMD_SERVICE:${PN}"] == "kelvo-pwr.service"
     # Yocto packs /etc and /var by itself.
     assert fields["FILES:${PN}"].split() == [
-        "${systemd_system_unitdir}",
+        "${systemd_unitdir}",
         "${nonarch_libdir}/tmpfiles.d",
         "${datadir}/zsh",
     ]

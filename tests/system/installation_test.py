@@ -96,7 +96,7 @@ def checkout(tmp_path):
 
 def files():
     """What there is of it on the system."""
-    places = ("/etc", "/usr/local", "/var/lib", "/run/kelvo-pwr.lock", "/dev/shm")
+    places = ("/etc", "/usr/local", "/usr/lib/systemd", "/var/lib", "/run/kelvo-pwr.lock", "/dev/shm")
     found = run(["find", *places, "-path", "*kelvo*", "-not", "-type", "d"])
     return set(found.stdout.splitlines())
 

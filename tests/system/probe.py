@@ -88,6 +88,7 @@ ATTEMPTS = {
     "console": lambda: writable("/dev/tty0"),
     "kernel log": lambda: os.close(os.open("/dev/kmsg", os.O_RDONLY)),
     "lock": lambda: writable("/run/kelvo-pwr.lock"),
+    "note": lambda: writable("/run/kelvo-pwr/probe"),
     "state": lambda: writable("/var/lib/kelvo-pwr/probe"),
     "shared memory": lambda: writable("/dev/shm/probe"),
     "configuration": lambda: exists("/etc/kelvo/kelvo-pwr.conf"),

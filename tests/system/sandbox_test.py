@@ -17,13 +17,23 @@ from rig import DROP_INS, UNIT, Service, systemctl
 from guest.process import run
 
 PROBE = Path(__file__).parent / "probe.py"
+NOTES = Path("/run/kelvo-pwr")
 UNIT_FILE = Path("/usr/lib/systemd/system") / UNIT
 PAGE = PROJECT / "docs/sandbox.md"
 
 NAMESPACES = "net", "ipc"
 
 # Settings of the service that are no part of the sandbox.
-OTHERS = {"Type", "ExecStartPre", "ExecStart", "Restart", "RestartSec"}
+OTHERS = {
+    "Type",
+    "ExecStartPre",
+    "ExecStart",
+    "ExecStopPost",
+    "Restart",
+    "RestartSec",
+    "Environment",
+    "RuntimeDirectoryPreserve",
+}
 
 NOT_PERMITTED = "Operation not permitted"
 READ_ONLY = "Read-only file system"
@@ -59,6 +69,7 @@ DIFFERENCES = {
     "RestrictNamespaces": ("namespace", NOT_PERMITTED, {}),
     "RestrictRealtime": ("realtime", NOT_PERMITTED, {}),
     "RestrictSUIDSGID": ("setuid", NOT_PERMITTED, {}),
+    "RuntimeDirectory": ("note", "done", {"ReadOnlyPaths": ["/run"]}),
     "StateDirectory": ("state", "done", {"ProtectSystem": ["strict"]}),
     # The board's processor knows no other architecture: a filter is all that can be seen.
     "SystemCallArchitectures": ("filter", "2", {}),
@@ -71,6 +82,7 @@ DONE_IN_THE_SERVICE = {
     "gpio",
     "null device",
     "lock",
+    "note",
     "state",
     "shared memory",
     "write to /run/systemd",
@@ -84,6 +96,7 @@ def stopped():
     with Service():
         for marker in "/root/marker", "/tmp/marker":
             Path(marker).touch()
+        NOTES.mkdir(exist_ok=True)
         yield
 
 

@@ -14,7 +14,7 @@ DEPENDS = "boost libgpiod"
 
 inherit cmake pkgconfig systemd bash-completion
 
-EXTRA_OECMAKE = "-DBUILD_TESTING=OFF"
+EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DKELVO_SYSTEM_SHUTDOWN=${systemd_unitdir}/system-shutdown"
 
 do_install:append() {
     install -D -m 0644 ${S}/packaging/kelvo-pwr.conf ${D}${sysconfdir}/kelvo/kelvo-pwr.conf
@@ -29,4 +29,4 @@ do_install:append() {
 
 CONFFILES:${PN} = "${sysconfdir}/kelvo/kelvo-pwr.conf"
 SYSTEMD_SERVICE:${PN} = "kelvo-pwr.service"
-FILES:${PN} += "${systemd_system_unitdir} ${nonarch_libdir}/tmpfiles.d ${datadir}/zsh"
+FILES:${PN} += "${systemd_unitdir} ${nonarch_libdir}/tmpfiles.d ${datadir}/zsh"
