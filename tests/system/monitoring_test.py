@@ -38,6 +38,17 @@ def test_prometheus(service, owner):
     assert "\nkelvo_pwr_power_missing 1\n" in metrics
 
 
+def test_whoever_exchanges_the_collector_s_folder_has_root_write_nothing(owner):
+    *setup, _ = PROMETHEUS
+    for command in setup:
+        owner.run(command, PROJECT)
+    exchange = "cd /var/lib/prometheus && mv node-exporter old && ln -s /etc node-exporter"
+    as_prometheus = run(["runuser", "-u", "prometheus", "--", "sh", "-c", exchange])
+    assert as_prometheus.status == 0, as_prometheus
+    assert systemctl("start", "kelvo-pwr-exporter").status == 0
+    assert list(Path("/etc").glob("kelvo_pwr*")) == []
+
+
 def test_network_ups_tools(service, owner):
     *setup, look = NUT
     for command in setup:
