@@ -23,9 +23,18 @@ SYSTEMCTL = """#!/bin/sh
 echo "$@" >>/run/calls
 case "$*" in *is-active*) [ -e /run/active ] ;; esac
 """
-ENABLE = "--root=/ --system --preset-mode=enable-only preset kelvo-pwr.service"
-STOP = "stop kelvo-pwr-test.timer kelvo-pwr-test.service kelvo-pwr.service"
+ENABLE = [
+    f"--root=/ --system --preset-mode=enable-only preset {unit}"
+    for unit in ("kelvo-pwr.service", "kelvo-pwr-watch.timer")
+]
+STOP = [
+    "stop kelvo-pwr-watch.timer kelvo-pwr-watch.service "
+    "kelvo-pwr-test.timer kelvo-pwr-test.service kelvo-pwr.service",
+    "stop kelvo-pwr-watch.timer",
+]
+WATCH = "restart kelvo-pwr-watch.timer"
 RESTART = "try-restart kelvo-pwr.service"
+KINDS = "service", "timer"
 
 
 def installed_files(root):
@@ -55,7 +64,9 @@ def calls(root):
         lines = (root.path / "run/calls").read_text().splitlines()
     except FileNotFoundError:
         return []
-    return [line for line in lines if "is-active" not in line and "daemon-reload" not in line]
+    others = "is-active", "is-enabled", "daemon-reload", "show "
+    asked = [line for line in lines if not any(other in line for other in others)]
+    return [line.removeprefix("--quiet ").removeprefix("--system ") for line in asked]
 
 
 def daemon_s_files(root):
@@ -99,6 +110,8 @@ def newer(deb, tmp_path):
 def running(system, deb):
     """An installed system whose daemon systemd takes for running, and its segment's tool."""
     install(system, deb)
+    with (system.path / CONFIGURATION).open("a") as configuration:
+        configuration.write("test.battery=true\n")
     (system.path / "run/active").touch()
     shutil.copy(os.environ["SEGMENT_TOOL"], system.path / "run/segment_tool")
 
@@ -112,7 +125,7 @@ def running(system, deb):
 
 def test_it_is_enabled_but_not_started(system, deb):
     install(system, deb)
-    assert calls(system) == [ENABLE]
+    assert calls(system) == ENABLE
 
 
 def test_it_is_enabled_where_there_is_no_systemctl(root, deb):
@@ -124,7 +137,8 @@ def test_it_is_enabled_where_there_is_no_systemctl(root, deb):
 def test_systemd_finds_its_units(root, deb):
     install(root, deb)
     units = {path.name for path in (root.path / "usr/lib/systemd/system").glob("kelvo-pwr*")}
-    assert units == {"kelvo-pwr.service", "kelvo-pwr-test.service", "kelvo-pwr-test.timer"}
+    others = {f"kelvo-pwr-{name}.{kind}" for name in ("test", "watch") for kind in KINDS}
+    assert units - {"kelvo-pwr.service.d"} == {"kelvo-pwr.service", *others}
 
 
 def test_it_runs_with_its_configuration(root, deb):
@@ -173,7 +187,7 @@ def test_removing_stops_it_and_keeps_configuration_and_times(system, deb):
     daemon_s_files(system)
     (system.path / CONFIGURATION).write_text("test.battery=true\n")
     dpkg(system, "--remove", "kelvo-pwr")
-    assert calls(system) == [ENABLE, STOP]
+    assert calls(system) == [*ENABLE, *STOP]
     assert not (system.path / "usr/sbin/kelvo-pwr").exists()
     install(system, deb)
     assert (system.path / CONFIGURATION).read_text() == "test.battery=true\n"
@@ -251,7 +265,7 @@ def test_an_upgrade_restarts_the_daemon(running, newer, fields):
     system, set_fields = running
     set_fields(*fields)
     assert "not restarted" not in install(system, newer())
-    assert calls(system) == [RESTART]
+    assert calls(system) == [WATCH, RESTART]
 
 
 @pytest.mark.parametrize(
@@ -271,7 +285,7 @@ def test_an_upgrade_leaves_an_occupied_daemon_alone(running, newer, fields, reas
         f"kelvo-pwr: the daemon was not restarted, for {reason}. Later:\n"
         "  systemctl restart kelvo-pwr.service\n"
     ) in printed
-    assert calls(system) == []
+    assert calls(system) == [WATCH]
 
 
 def test_an_upgrade_leaves_a_daemon_alone_that_would_not_start_again(running, newer):
@@ -280,7 +294,29 @@ def test_an_upgrade_leaves_a_daemon_alone_that_would_not_start_again(running, ne
     (system.path / CONFIGURATION).write_text("test.duration=long\n")
     printed = install(system, newer())
     assert "the daemon was not restarted, for its status cannot be read. Later:\n" in printed
-    assert calls(system) == []
+    assert calls(system) == [WATCH]
+
+
+def test_an_upgrade_takes_no_full_server_down_to_a_minimal_one(running, newer):
+    system, set_fields = running
+    set_fields("testing=0")
+    (system.path / CONFIGURATION).write_text("# test.battery=true\n")
+    printed = install(system, newer())
+    assert (
+        "kelvo-pwr: the daemon was not restarted, for it guards the board, and with "
+        "test.battery=false would only watch. Later:\n"
+    ) in printed
+    assert calls(system) == [WATCH]
+
+
+@pytest.mark.parametrize("systemd", [False, True])
+def test_a_misspelt_key_is_told(root, deb, newer, systemd):
+    if systemd:
+        (root.path / "run/systemd/system").mkdir(parents=True)
+    told = f"kelvo-pwr: Unknown option in /{CONFIGURATION}: test.batery\n"
+    assert told not in install(root, deb)
+    (root.path / CONFIGURATION).write_text("test.batery=true\n")
+    assert told in install(root, newer())
 
 
 def test_an_upgrade_does_not_start_a_stopped_daemon(running, newer):

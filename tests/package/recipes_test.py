@@ -107,12 +107,12 @@ def test_buildroot_installs_what_debian_installs(make):
     assert installed_files(make.target) == installed_by_debian() | {preset}
 
 
-def test_buildroot_enables_the_service_and_not_the_timer(make):
+def test_buildroot_enables_the_service_and_its_watch_and_no_requests(make):
     make("install-KELVO_PWR_INSTALL_INIT_SYSTEMD")
     # As Buildroot does when all packages are installed.
     subprocess.run(["systemctl", f"--root={make.target}", "preset-all"], check=True)
     enabled = {path.name for path in (make.target / "etc/systemd/system").glob("*.wants/*")}
-    assert enabled == {"kelvo-pwr.service"}
+    assert enabled == {"kelvo-pwr.service", "kelvo-pwr-watch.timer"}
 
 
 def test_buildroot_offers_the_package(monkeypatch, tmp_path):
@@ -163,7 +163,7 @@ def test_yocto_installs_and_packs_what_debian_installs(tmp_path):
     assert (tmp_path / "var/lib/kelvo-pwr").is_dir()
     fields = yocto_fields()
     assert fields["CONFFILES:${PN}"] == "${sysconfdir}/kelvo/kelvo-pwr.conf"
-    assert fields["SYSTEMD_SERVICE:${PN}"] == "kelvo-pwr.service"
+    assert fields["SYSTEMD_SERVICE:${PN}"] == "kelvo-pwr.service kelvo-pwr-watch.timer"
     # Yocto packs /etc and /var by itself.
     assert fields["FILES:${PN}"].split() == [
         "${systemd_unitdir}",

@@ -120,4 +120,4 @@ def test_from_source(checkout, owner):
     for command in REMOVE:
         owner.run(command, checkout)
     assert files() == before
-    assert [shown(unit, "LoadState") for unit in UNITS] == ["not-found"] * 3
+    assert [shown(unit, "LoadState") for unit in UNITS] == ["not-found"] * 5

@@ -87,8 +87,10 @@ def pid():
 
 def test_it_is_installed_and_waits_for_its_settings(before, deb):
     dpkg("--install", deb)
-    assert systemctl("is-enabled", *UNITS).stdout.split() == ["enabled", "static", "disabled"]
+    enabled = systemctl("is-enabled", *UNITS).stdout.split()
+    assert enabled == ["enabled", "static", "disabled", "static", "enabled"]
     assert shown(UNIT, "ActiveState") == "inactive"
+    assert shown("kelvo-pwr-watch.timer", "ActiveState") == "active"
     assert (LOCK.stat().st_mode & 0o777, LOCK.read_bytes()) == (0o600, b"")
     assert f"\nsys.save.path={RESULT_FILE}\n" in CONFIGURATION.read_text()
     # Without a boot in between.
@@ -136,6 +138,33 @@ def test_an_upgrade_leaves_the_way_down_alone(service, newer):
     assert pid() == before
 
 
+def test_an_upgrade_takes_no_full_server_down_to_a_minimal_one(service, newer):
+    service.start()
+    before = pid()
+    service.configure()
+    CONFIGURATION.write_text(CONFIGURATION.read_text().replace("battery=true", "battery=false"))
+    said = dpkg("--install", newer(6))
+    assert (
+        "kelvo-pwr: the daemon was not restarted, for it guards the board, and with "
+        "test.battery=false would only watch."
+    ) in said
+    assert pid() == before
+    assert service.status()["testing"] == 0
+
+
+def test_one_that_only_watches_after_an_upgrade_is_told(service, newer):
+    service.start()
+    before = pid()
+    service.configure("gpio.at1=NO-SUCH-LINE", "test.batery=true")
+    said = dpkg("--install", newer(7))
+    assert pid() != before
+    assert [line for line in said.splitlines() if line.startswith("kelvo-pwr: ")] == [
+        f"kelvo-pwr: Unknown option in {CONFIGURATION}: test.batery",
+        "kelvo-pwr: The daemon only watches, despite test.battery=true; "
+        "journalctl --unit=kelvo-pwr tells why",
+    ]
+
+
 def test_a_purge_leaves_nothing(service, before):
     service.configure("test.duration=2")
     systemctl("enable", "--now", "kelvo-pwr-test.timer")
@@ -146,5 +175,5 @@ def test_a_purge_leaves_nothing(service, before):
     dpkg("--purge", "kelvo-pwr")
     service.journal.wait_for_line("Interrupted with signal: 15", within=1)
     assert files() - before == set()
-    assert [shown(unit, "LoadState") for unit in UNITS] == ["not-found"] * 3
+    assert [shown(unit, "LoadState") for unit in UNITS] == ["not-found"] * 5
     assert [line.holder() for line in service.board.chip.lines] == [None] * 4

@@ -11,7 +11,14 @@ from guest.lines import remove_chips
 from guest.process import Program, Result, run
 
 UNIT = "kelvo-pwr.service"
-UNITS = (UNIT, "kelvo-pwr-test.service", "kelvo-pwr-test.timer")
+LOOK = "kelvo-pwr-watch.service"
+UNITS = (
+    UNIT,
+    "kelvo-pwr-test.service",
+    "kelvo-pwr-test.timer",
+    LOOK,
+    "kelvo-pwr-watch.timer",
+)
 PROGRAM = "/usr/sbin/kelvo-pwr"
 CONFIGURATION = Path("/etc/kelvo/kelvo-pwr.conf")
 STATE = Path("/var/lib/kelvo-pwr")
@@ -60,13 +67,14 @@ class Service:
         self._clean()
 
     def _clean(self) -> None:
-        systemctl("stop", UNIT, "kelvo-pwr-test.timer")
+        systemctl("stop", UNIT, LOOK, "kelvo-pwr-test.timer")
         if DROP_INS.exists():
             shutil.rmtree(DROP_INS)
             systemctl("daemon-reload")
         systemctl("reset-failed")
         remove_chips()
-        RESULT_FILE.unlink(missing_ok=True)
+        for file in STATE.glob("*"):
+            file.unlink()
         SEGMENT.unlink(missing_ok=True)
 
     def configure(self, *lines: str) -> None:

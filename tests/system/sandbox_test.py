@@ -31,6 +31,7 @@ OTHERS = {
     "ExecStopPost",
     "Restart",
     "RestartSec",
+    "TimeoutStopSec",
     "Environment",
     "RuntimeDirectoryPreserve",
 }

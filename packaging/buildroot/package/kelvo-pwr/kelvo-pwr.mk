@@ -26,6 +26,8 @@ define KELVO_PWR_INSTALL_INIT_SYSTEMD
 	$(INSTALL) -m 0644 $(@D)/packaging/systemd/kelvo-pwr.service \
 		$(@D)/packaging/systemd/kelvo-pwr-test.service \
 		$(@D)/packaging/systemd/kelvo-pwr-test.timer \
+		$(@D)/packaging/systemd/kelvo-pwr-watch.service \
+		$(@D)/packaging/systemd/kelvo-pwr-watch.timer \
 		$(TARGET_DIR)/usr/lib/systemd/system
 	$(INSTALL) -D -m 0644 $(@D)/packaging/systemd/kelvo-pwr.tmpfiles \
 		$(TARGET_DIR)/usr/lib/tmpfiles.d/kelvo-pwr.conf

@@ -22,11 +22,13 @@ do_install:append() {
     install -d ${D}${systemd_system_unitdir}
     install -m 0644 ${S}/packaging/systemd/kelvo-pwr.service \
         ${S}/packaging/systemd/kelvo-pwr-test.service \
-        ${S}/packaging/systemd/kelvo-pwr-test.timer ${D}${systemd_system_unitdir}
+        ${S}/packaging/systemd/kelvo-pwr-test.timer \
+        ${S}/packaging/systemd/kelvo-pwr-watch.service \
+        ${S}/packaging/systemd/kelvo-pwr-watch.timer ${D}${systemd_system_unitdir}
     install -D -m 0644 ${S}/packaging/systemd/kelvo-pwr.tmpfiles \
         ${D}${nonarch_libdir}/tmpfiles.d/kelvo-pwr.conf
 }
 
 CONFFILES:${PN} = "${sysconfdir}/kelvo/kelvo-pwr.conf"
-SYSTEMD_SERVICE:${PN} = "kelvo-pwr.service"
+SYSTEMD_SERVICE:${PN} = "kelvo-pwr.service kelvo-pwr-watch.timer"
 FILES:${PN} += "${systemd_unitdir} ${nonarch_libdir}/tmpfiles.d ${datadir}/zsh"
