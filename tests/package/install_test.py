@@ -319,6 +319,15 @@ def test_a_misspelt_key_is_told(root, deb, newer, systemd):
     assert told in install(root, newer())
 
 
+def test_a_segment_of_another_user_does_not_become_root_s(root, deb):
+    segment = root.path / SEGMENT
+    segment.parent.mkdir(parents=True, exist_ok=True)
+    segment.write_text("forged")
+    os.chown(segment, 65534, 65534)
+    install(root, deb)
+    assert not segment.exists() or segment.read_text() == "x"
+
+
 def test_an_upgrade_does_not_start_a_stopped_daemon(running, newer):
     system, set_fields = running
     set_fields("testing=1")
