@@ -31,6 +31,7 @@ class Machine:
         task: dict,
         terminal: Optional[int] = None,
         init: str = "init.py",
+        megabytes: int = 256,
     ):
         self._scratch = scratch
         self.kernel_messages = scratch / "kernel-messages"
@@ -40,7 +41,7 @@ class Machine:
         parent = os.getpid()
         with self.kernel_messages.open("wb") as log:
             self._process = subprocess.Popen(
-                _arguments(kernel, scratch, task["realtime"], terminal, init),
+                _arguments(kernel, scratch, task["realtime"], terminal, init, megabytes),
                 stdin=subprocess.DEVNULL,
                 stdout=log,
                 stderr=log,
@@ -108,11 +109,16 @@ def task(
 
 
 def _arguments(
-    kernel: Path, scratch: Path, realtime: bool, terminal: Optional[int], init: str
+    kernel: Path,
+    scratch: Path,
+    realtime: bool,
+    terminal: Optional[int],
+    init: str,
+    megabytes: int,
 ) -> list[str]:
     arguments = [
         str(kernel),
-        "mem=256M",
+        f"mem={megabytes}M",
         "root=/dev/root",
         "rootfstype=hostfs",
         "rootflags=/",

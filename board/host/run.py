@@ -54,7 +54,8 @@ def run(
         machine = Machine(kernel, scratch, work)
     else:
         work.update(root=str(root), prepare=prepare)
-        machine = Machine(kernel, scratch, work, init="debian_init.py")
+        # Half of it is for what is installed there.
+        machine = Machine(kernel, scratch, work, init="debian_init.py", megabytes=512)
     descriptors = (1,) if together else (1, 2)
     files = [(number, (scratch / outputs[number]).open("rb")) for number in descriptors]
 
