@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import subprocess
 from pathlib import Path
 from typing import NamedTuple
@@ -51,8 +52,9 @@ class Outage:
         )
         if run.returncode == 77:
             pytest.skip(run.stderr)
-        assert run.returncode == 125, run
-        self.end = run.stderr.removeprefix("board: the command was ended by ").strip()
+        ended = re.fullmatch("board: the command was ended by (.*)\n", run.stderr)
+        assert run.returncode == 125 and ended, run
+        self.end = ended[1]
         self.kernel = (folder / "kernel-messages").read_text(errors="replace").splitlines()
         mounts = (line.split() for line in (folder / "mounts").read_text().splitlines())
         (root,) = (mount for mount in mounts if mount[1] == "/")
