@@ -29,6 +29,8 @@ void cutBattery(int power, const Note& note)
     usleep(1'000'000 / looksPerSecond);
     if (!isPowerMissing(power, note)) {
       release(battery);
+      // Some controllers leave a line that is given back at its level.
+      release(requestOutput(note.batteryLine, 1));
       return;
     }
   }
@@ -40,6 +42,11 @@ void cutBattery(int power, const Note& note)
 
 void endWayDown(const Note& note)
 {
+  // On a chip an empty name is that of every line without one.
+  if (note.powerLine.empty() || note.batteryLine.empty()) {
+    logToKernel("the note does not name the lines");
+    return;
+  }
   const int power = requestInput(note.powerLine);
   if (note.cutBattery && isPowerMissing(power, note)) {
     cutBattery(power, note);

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -79,6 +80,7 @@ TEST_F(WayDownTest, PowerThatIsBackAfterTheCutStartsTheBoardAgain)
 {
   machine.powerMissing = {{0, 1}, {2550, 0}};
   EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: drive SWITCH to 0",
+                            "2600: release the battery switch", "2600: drive SWITCH to 1",
                             "2600: release the battery switch", "2600: " + restart, "2600: sync",
                             "2600: reboot", "2600: " + failed}));
 }
@@ -88,6 +90,7 @@ TEST_F(WayDownTest, PowerThatIsBackAfterTheCutLeavesAReboot)
   machine.powerMissing = {{0, 1}, {2550, 0}};
   note.command = "reboot";
   EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: drive SWITCH to 0",
+                            "2600: release the battery switch", "2600: drive SWITCH to 1",
                             "2600: release the battery switch"}));
 }
 
@@ -101,5 +104,15 @@ TEST_F(WayDownTest, ALineThatCannotBeUsedIsNamed)
     } catch (const std::exception& error) {
       EXPECT_EQ(error.what(), "line '" + std::string(name) + "': Device or resource busy");
     }
+  }
+}
+
+TEST_F(WayDownTest, WithoutTheNamesOfBothLinesNothingIsDone)
+{
+  for (std::string Note::*name : {&Note::powerLine, &Note::batteryLine}) {
+    machine.story.clear();
+    const std::string kept = std::exchange(note.*name, "");
+    EXPECT_EQ(story(), Story{"0: the note does not name the lines"});
+    note.*name = kept;
   }
 }
