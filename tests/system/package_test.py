@@ -26,6 +26,7 @@ PLACES = "/etc", "/home", "/opt", "/root", "/run", "/srv", "/usr", "/var", "/dev
 OF_OTHERS = {
     "/run/agetty.reload",
     "/run/board",
+    "/run/credentials",
     "/run/log",
     "/run/systemd",
     "/run/udev",

@@ -49,6 +49,10 @@ def here() -> str:
     return shown.splitlines()[-1].removeprefix("-- cursor: ")
 
 
+def systemd_version() -> int:
+    return int(run(["systemctl", "--version"]).stdout.split()[1])
+
+
 class Service:
     """A wired board, a configuration, no result file; the service is not running."""
 

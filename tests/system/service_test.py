@@ -18,6 +18,7 @@ from rig import (
     UNITS,
     shown,
     systemctl,
+    systemd_version,
 )
 from status import ZERO_STATUS
 
@@ -33,6 +34,8 @@ DOWN = [
     f"{UNIT}: Deactivated successfully.",
     f"Stopped {DESCRIPTION}.",
 ]
+# What is said, beside the restart, of a unit that systemd starts again; in Debian 13 no more.
+RESTARTED = [f"Stopped {DESCRIPTION}."] if systemd_version() < 257 else []
 
 
 TRIED_AGAIN = 6
@@ -49,7 +52,7 @@ def failed_starts(reasons):
             f"{UNIT}: Main process exited, code=exited, status=1/FAILURE",
             f"{UNIT}: Failed with result 'exit-code'.",
             f"{UNIT}: Scheduled restart job, restart counter is at {restarts}.",
-            f"Stopped {DESCRIPTION}.",
+            *RESTARTED,
         ]
     return messages[: messages.index(AGAIN) + 1]
 
