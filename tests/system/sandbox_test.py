@@ -158,7 +158,7 @@ def test_in_the_service_all_of_them_hold():
     DROP_INS.mkdir(parents=True)
     (DROP_INS / "probe.conf").write_text(
         f"[Service]\nType=oneshot\nRestart=no\n{variables}\n"
-        f"ExecStart=\nExecStart=/usr/bin/python3 {PROBE}\nStandardOutput=truncate:/run/probed\n"
+        f"ExecStart=\nExecStart=/usr/bin/python3 {PROBE}\nStandardOutput=file:/run/probed\n"
     )
     systemctl("daemon-reload")
     assert systemctl("start", UNIT).status == 0
