@@ -6,11 +6,14 @@
 #include <fstream>
 #include <string>
 
+#include <unistd.h>
+
 namespace {
 
 std::optional<Note> noteOf(const std::string& text)
 {
-  const std::string path = testing::TempDir() + "note";
+  // The tests run side by side.
+  const std::string path = testing::TempDir() + "note." + std::to_string(getpid());
   std::ofstream(path) << text;
   const std::optional<Note> note = readNote(path.c_str());
   std::remove(path.c_str());
