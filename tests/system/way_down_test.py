@@ -14,7 +14,7 @@ SERVICE = "kelvo-pwr.service - AC power and backup battery supervision"
 # What the daemon prints before the command.
 EMPTY = ["Battery empty", "Not ready for shutdown after 15 seconds"]
 MASKED = "ln -s /dev/null /etc/systemd/system/poweroff.target"
-SYSTEMS_OWN = "rm -r /usr/libexec/kelvo-pwr"
+SYSTEMS_OWN = "rm /usr/libexec/kelvo-pwr/poweroff"
 
 
 @pytest.mark.parametrize("command", ["poweroff", "reboot"])
