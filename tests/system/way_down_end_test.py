@@ -12,11 +12,8 @@ FOLDER = "/usr/lib/systemd/system-shutdown"
 HELPER = f"{FOLDER}/kelvo-pwr-end"
 # Something else that works on disks at the end, while AC power comes back.
 LATE = f"""
-cat >{FOLDER}/late <<'END'
-#!/bin/sh
-sleep 2
-echo pull-down | tee /sys/devices/platform/gpio-sim.*/gpiochip*/sim_gpio0/pull
-END
+printf '%s\\n' '#!/bin/sh' 'sleep 2' \\
+  'echo pull-down | tee /sys/devices/platform/gpio-sim.*/gpiochip*/sim_gpio0/pull' >{FOLDER}/late
 chmod +x {FOLDER}/late
 """
 
