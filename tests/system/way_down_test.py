@@ -115,7 +115,8 @@ def test_a_system_that_hangs_all_the_same_loses_its_battery(tmp_path):
         "Still alive, force shutdown",
     ]
     cut = outage.when("Still alive, force shutdown")
-    assert round(cut - outage.when("Execute: poweroff"), 2) == 40
+    # After the end of the command, which on Debian 13 takes a third of a second at times.
+    assert 40 <= round(cut - outage.when("Execute: poweroff"), 2) < 41
     assert outage.said(f"Stopped {COMMAND_UNIT}.")
     assert not outage.said(f"Stopping {SERVICE}...")
     assert not outage.is_root_read_only
