@@ -1,11 +1,15 @@
-"""The root file system of a Debian for the board."""
+"""The root file system of a Debian for the board.
 
+By itself it prints the folder of one: python3 -m host.debian [RELEASE]
+"""
+
+import sys
 from pathlib import Path
 from tempfile import TemporaryDirectory
 from typing import Iterable
 
-from host.debootstrap import debian_root, run_to_fetch
-from host.problems import Unavailable
+from host.debootstrap import debian_root, run_to_fetch, this_release
+from host.problems import Unavailable, status_of
 
 _PACKAGES = (
     # What a small board has.
@@ -73,3 +77,13 @@ def _run_apt(root: Path, *words: str) -> None:
     done = run_to_fetch("chroot", root, "apt-get", *words)
     if done.returncode != 0:
         raise Unavailable(f"packages cannot be fetched:\n{done.stdout}")
+
+
+def _print_folder() -> int:
+    # An empty word stands for none.
+    print(debian("".join(sys.argv[1:]) or this_release()))
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(status_of(_print_folder))

@@ -67,8 +67,8 @@ class Service:
         return self
 
     def __exit__(self, *_) -> None:
+        # The next one cleans up; after the last the board is gone.
         self._open.close()
-        self._clean()
 
     def _clean(self) -> None:
         systemctl("stop", UNIT, LOOK, "kelvo-pwr-test.timer")

@@ -17,7 +17,7 @@ from guest.lines import AT2, BAT_SW, PWR_IN, chips
 from guest.system_calls import mount, power_off
 
 _SCRATCH = Path("/run/board/scratch")
-_LOOK_EVERY_SECONDS = 0.02
+_LOOK_EVERY_SECONDS = 0.1
 
 
 def main(words: list[str]) -> None:

@@ -12,7 +12,6 @@ import pytest
 from pages import PROJECT
 
 HERE = Path(__file__).parent.relative_to(PROJECT)
-RELEASE = os.environ.get("DEBIAN_RELEASE")
 UNMOUNTED = "All filesystems, swaps, loop devices, MD devices and DM devices detached."
 
 # How a board ends.
@@ -31,18 +30,17 @@ class Message(NamedTuple):
 class Outage:
     """A board whose AC power and battery fail, with these settings; over when it is made.
 
-    DEBIAN_RELEASE names its Debian; without it that is the host's own.
+    SYSTEM_ROOT is the folder with its Debian, which install_package has made.
     """
 
-    def __init__(self, folder, *settings, matters=(), prepare="true"):
+    def __init__(self, folder, *settings, matters=(), prepare=""):
         file = "/etc/kelvo/kelvo-pwr.conf"
         # No key may stand there twice.
         set_all = [f"sed -i '/^{line.split('=')[0]}=/d;$a{line}' {file}" for line in settings]
-        prepare = " && ".join([f"{HERE}/prepare", *set_all, prepare])
+        prepare = "\n".join([*set_all, prepare])
         command = ["/usr/bin/python3", f"{HERE}/outage.py", *matters]
         options = ["--timeout", "900", "--output", folder, "--prepare", prepare]
-        if RELEASE:
-            options += ["--release", RELEASE]
+        options += ["--root", os.environ["SYSTEM_ROOT"]]
         run = subprocess.run(
             [PROJECT / "board/board", "system", *options, "--", *command],
             cwd=PROJECT,

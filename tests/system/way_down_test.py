@@ -1,7 +1,7 @@
 """AC power gone, battery empty: how the services of a booted Debian end. Runs on the host.
 
 Each test boots a board of its own, whose journal tells what happened in which order.
-DEBIAN_RELEASE names its Debian; without it that is the host's own.
+SYSTEM_ROOT is the folder with its Debian, which install_package has made.
 """
 
 import pytest
