@@ -107,6 +107,16 @@ int requestOutput(const std::string& name, int level)
   return request(name, GPIO_V2_LINE_FLAG_OUTPUT, level);
 }
 
+void drive(int line, const std::string& name, int level)
+{
+  gpio_v2_line_values values{};
+  values.mask = 1;
+  values.bits = static_cast<std::uint64_t>(level);
+  if (ioctl(line, GPIO_V2_LINE_SET_VALUES_IOCTL, &values) != 0) {
+    fail(errno, name);
+  }
+}
+
 int levelOf(int line, const std::string& name)
 {
   gpio_v2_line_values values{};

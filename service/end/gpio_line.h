@@ -13,6 +13,9 @@ int requestInput(const std::string& name);
 /// As requestInput; drives `level` from the first moment.
 int requestOutput(const std::string& name, int level);
 
+/// Drives a requested output to another level, without giving it back in between.
+void drive(int line, const std::string& name, int level);
+
 /// 0 or 1, as the line is.
 int levelOf(int line, const std::string& name);
 

@@ -28,9 +28,10 @@ void cutBattery(int power, const Note& note)
   for (int i = 0; i < longestCutSeconds * looksPerSecond; ++i) {
     usleep(1'000'000 / looksPerSecond);
     if (!isPowerMissing(power, note)) {
+      // Some controllers leave a line that is given back at its level; and somebody else could
+      // take one that is free for a moment.
+      drive(battery, note.batteryLine, 1);
       release(battery);
-      // Some controllers leave a line that is given back at its level.
-      release(requestOutput(note.batteryLine, 1));
       return;
     }
   }

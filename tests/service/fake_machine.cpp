@@ -41,8 +41,16 @@ int requestInput(const std::string& name)
 int requestOutput(const std::string& name, int level)
 {
   refuseBusy(name);
-  tell("drive " + name + " to " + std::to_string(level));
+  tell("take " + name + " at " + std::to_string(level));
   return batteryLine;
+}
+
+void drive(int line, const std::string& name, int level)
+{
+  if (line != batteryLine) {
+    throw std::logic_error(name + " is not driven");
+  }
+  tell("drive " + name + " to " + std::to_string(level));
 }
 
 int levelOf(int line, const std::string& name)

@@ -63,7 +63,7 @@ class WithoutPower : public WayDownTest, public testing::WithParamInterface<cons
 TEST_P(WithoutPower, TheBatteryIsCutForHalfAMinute)
 {
   note.command = GetParam();
-  EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: drive SWITCH to 0",
+  EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: take SWITCH at 0",
                             "30000: release the battery switch",
                             "30000: the cut of the battery has had no effect"}));
 }
@@ -79,8 +79,7 @@ TEST_F(WayDownTest, WithoutPowerTheBatteryMayBeLeft)
 TEST_F(WayDownTest, PowerThatIsBackAfterTheCutStartsTheBoardAgain)
 {
   machine.powerMissing = {{0, 1}, {2550, 0}};
-  EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: drive SWITCH to 0",
-                            "2600: release the battery switch", "2600: drive SWITCH to 1",
+  EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: take SWITCH at 0", "2600: drive SWITCH to 1",
                             "2600: release the battery switch", "2600: " + restart, "2600: sync",
                             "2600: reboot", "2600: " + failed}));
 }
@@ -89,8 +88,7 @@ TEST_F(WayDownTest, PowerThatIsBackAfterTheCutLeavesAReboot)
 {
   machine.powerMissing = {{0, 1}, {2550, 0}};
   note.command = "reboot";
-  EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: drive SWITCH to 0",
-                            "2600: release the battery switch", "2600: drive SWITCH to 1",
+  EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: take SWITCH at 0", "2600: drive SWITCH to 1",
                             "2600: release the battery switch"}));
 }
 
