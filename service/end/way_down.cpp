@@ -19,9 +19,9 @@ bool isPowerMissing(int line, const Note& note)
   return levelOf(line, note.powerLine) != 0;
 }
 
-/// Ends with the board; or, the battery being connected again, when AC power is back or the cut
-/// has had no effect.
-void cutBattery(int power, const Note& note)
+/// Ends with the board; or, the battery being connected again, when AC power is back, which it
+/// returns then, or the cut has had no effect.
+bool cutBatteryUntilPowerIsBack(int power, const Note& note)
 {
   logToKernel("AC power is missing: the battery is cut");
   const int battery = requestOutput(note.batteryLine, 0);
@@ -32,11 +32,12 @@ void cutBattery(int power, const Note& note)
       // take one that is free for a moment.
       drive(battery, note.batteryLine, 1);
       release(battery);
-      return;
+      return true;
     }
   }
   release(battery);
   logToKernel("the cut of the battery has had no effect");
+  return false;
 }
 
 }  // namespace
@@ -49,10 +50,12 @@ void endWayDown(const Note& note)
     return;
   }
   const int power = requestInput(note.powerLine);
-  if (note.cutBattery && isPowerMissing(power, note)) {
-    cutBattery(power, note);
+  // Not looked at again: power that comes back may flicker, and the board would be left off.
+  bool isPowerThere = !isPowerMissing(power, note);
+  if (!isPowerThere && note.cutBattery) {
+    isPowerThere = cutBatteryUntilPowerIsBack(power, note);
   }
-  if (note.startAgain && note.command == "poweroff" && !isPowerMissing(power, note)) {
+  if (isPowerThere && note.startAgain && note.command == "poweroff") {
     logToKernel("AC power is present: a reboot instead of the power-off");
     sync();
     reboot(RB_AUTOBOOT);

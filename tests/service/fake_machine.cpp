@@ -58,7 +58,7 @@ int levelOf(int line, const std::string& name)
   if (line != powerLine) {
     throw std::logic_error(name + " is not watched");
   }
-  return std::prev(machine.powerMissing.upper_bound(machine.milliseconds))->second;
+  return std::prev(machine.powerMissing.upper_bound(machine.looks++))->second;
 }
 
 void release(int line)

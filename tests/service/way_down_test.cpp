@@ -78,7 +78,7 @@ TEST_F(WayDownTest, WithoutPowerTheBatteryMayBeLeft)
 
 TEST_F(WayDownTest, PowerThatIsBackAfterTheCutStartsTheBoardAgain)
 {
-  machine.powerMissing = {{0, 1}, {2550, 0}};
+  machine.powerMissing = {{0, 1}, {26, 0}};
   EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: take SWITCH at 0", "2600: drive SWITCH to 1",
                             "2600: release the battery switch", "2600: " + restart, "2600: sync",
                             "2600: reboot", "2600: " + failed}));
@@ -86,10 +86,25 @@ TEST_F(WayDownTest, PowerThatIsBackAfterTheCutStartsTheBoardAgain)
 
 TEST_F(WayDownTest, PowerThatIsBackAfterTheCutLeavesAReboot)
 {
-  machine.powerMissing = {{0, 1}, {2550, 0}};
+  machine.powerMissing = {{0, 1}, {26, 0}};
   note.command = "reboot";
   EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: take SWITCH at 0", "2600: drive SWITCH to 1",
                             "2600: release the battery switch"}));
+}
+
+TEST_F(WayDownTest, PowerThatFlickersAsItComesBackIsBack)
+{
+  machine.powerMissing = {{0, 0}, {1, 1}};
+  EXPECT_EQ(story(),
+            (Story{"0: watch MAINS", "0: " + restart, "0: sync", "0: reboot", "0: " + failed}));
+}
+
+TEST_F(WayDownTest, PowerThatFlickersAsItComesBackAfterTheCutIsBack)
+{
+  machine.powerMissing = {{0, 1}, {26, 0}, {27, 1}};
+  EXPECT_EQ(story(), (Story{"0: watch MAINS", cut, "0: take SWITCH at 0", "2600: drive SWITCH to 1",
+                            "2600: release the battery switch", "2600: " + restart, "2600: sync",
+                            "2600: reboot", "2600: " + failed}));
 }
 
 TEST_F(WayDownTest, ALineThatCannotBeUsedIsNamed)
