@@ -1,12 +1,14 @@
 #include "gpio_line.h"
 
+#include "files.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
+#include <iterator>
+#include <string_view>
 #include <system_error>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/gpio.h>
 #include <sys/ioctl.h>
@@ -19,11 +21,6 @@ namespace {
   throw std::system_error(error, std::generic_category(), "line '" + name + "'");
 }
 
-int isChip(const dirent* entry)
-{
-  return std::strncmp(entry->d_name, "gpiochip", std::strlen("gpiochip")) == 0 ? 1 : 0;
-}
-
 /// The offset of the line on this chip, or -1.
 int offsetOn(int chip, const std::string& name)
 {
@@ -34,7 +31,7 @@ int offsetOn(int chip, const std::string& name)
   for (std::uint32_t offset = 0; offset < chipInfo.lines; ++offset) {
     gpio_v2_line_info info{};
     info.offset = offset;
-    if (ioctl(chip, GPIO_V2_GET_LINEINFO_IOCTL, &info) == 0 && name == info.name) {
+    if (ioctl(chip, GPIO_V2_GET_LINEINFO_IOCTL, &info) == 0 && name == std::begin(info.name)) {
       return static_cast<int>(offset);
     }
   }
@@ -48,44 +45,28 @@ struct Place {
 
 Place find(const std::string& name)
 {
-  dirent** entries = nullptr;
-  const int count = scandir("/dev", &entries, isChip, alphasort);
-  Place found{-1, 0};
-  for (int i = 0; i < count; ++i) {
-    const std::string device = std::string("/dev/") + entries[i]->d_name;
-    std::free(entries[i]);
-    const int chip = found.chip == -1 ? open(device.c_str(), O_RDWR | O_CLOEXEC) : -1;
-    if (chip == -1) {
+  for (const std::string& device : namesIn("/dev")) {
+    if (device.rfind("gpiochip", 0) != 0) {
       continue;
     }
-    const int offset = offsetOn(chip, name);
-    if (offset == -1) {
-      close(chip);
-    } else {
-      found = {chip, static_cast<std::uint32_t>(offset)};
+    const int chip = open(("/dev/" + device).c_str(), O_RDWR | O_CLOEXEC);
+    if (const int offset = offsetOn(chip, name); offset != -1) {
+      return {chip, static_cast<std::uint32_t>(offset)};
     }
+    close(chip);
   }
-  std::free(entries);
-  if (found.chip == -1) {
-    fail(ENOENT, name);
-  }
-  return found;
+  fail(ENOENT, name);
 }
 
-int request(const std::string& name, std::uint64_t flags, int level)
+int request(const std::string& name, const gpio_v2_line_config& config)
 {
+  constexpr std::string_view consumer = "kelvo-pwr";
   const Place place = find(name);
   gpio_v2_line_request request{};
   request.offsets[0] = place.offset;
   request.num_lines = 1;
-  std::strncpy(request.consumer, "kelvo-pwr", sizeof request.consumer - 1);
-  request.config.flags = flags;
-  if ((flags & GPIO_V2_LINE_FLAG_OUTPUT) != 0) {
-    request.config.num_attrs = 1;
-    request.config.attrs[0].mask = 1;
-    request.config.attrs[0].attr.id = GPIO_V2_LINE_ATTR_ID_OUTPUT_VALUES;
-    request.config.attrs[0].attr.values = static_cast<std::uint64_t>(level);
-  }
+  request.config = config;
+  std::copy(consumer.begin(), consumer.end(), std::begin(request.consumer));
   const int result = ioctl(place.chip, GPIO_V2_GET_LINE_IOCTL, &request);
   const int error = errno;
   close(place.chip);
@@ -99,12 +80,21 @@ int request(const std::string& name, std::uint64_t flags, int level)
 
 int requestInput(const std::string& name)
 {
-  return request(name, GPIO_V2_LINE_FLAG_INPUT, 0);
+  gpio_v2_line_config config{};
+  config.flags = GPIO_V2_LINE_FLAG_INPUT;
+  return request(name, config);
 }
 
 int requestOutput(const std::string& name, int level)
 {
-  return request(name, GPIO_V2_LINE_FLAG_OUTPUT, level);
+  gpio_v2_line_config config{};
+  config.flags = GPIO_V2_LINE_FLAG_OUTPUT;
+  config.num_attrs = 1;
+  config.attrs[0].mask = 1;
+  config.attrs[0].attr.id = GPIO_V2_LINE_ATTR_ID_OUTPUT_VALUES;
+  // NOLINTNEXTLINE(*-union-access): so the kernel has it.
+  config.attrs[0].attr.values = static_cast<std::uint64_t>(level);
+  return request(name, config);
 }
 
 void drive(int line, const std::string& name, int level)

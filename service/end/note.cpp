@@ -1,10 +1,9 @@
 #include "note.h"
 
-#include <cstdio>
-#include <cstdlib>
-#include <string_view>
+#include "files.h"
 
-#include <sys/types.h>
+#include <algorithm>
+#include <string_view>
 
 namespace {
 
@@ -31,21 +30,18 @@ void take(Note& note, std::string_view line)
 
 }  // namespace
 
-std::optional<Note> readNote(const char* path)
+std::optional<Note> readNote(const std::string& path)
 {
-  std::FILE* file = std::fopen(path, "re");
-  if (file == nullptr) {
+  const std::optional<std::string> content = readFile(path);
+  if (!content) {
     return std::nullopt;
   }
   Note note;
-  char* line = nullptr;
-  std::size_t size = 0;
-  ssize_t length;
-  while ((length = getline(&line, &size, file)) > 0) {
-    const std::string_view text(line, static_cast<std::size_t>(length));
-    take(note, text.back() == '\n' ? text.substr(0, text.size() - 1) : text);
+  std::string_view rest = *content;
+  while (!rest.empty()) {
+    const std::size_t length = std::min(rest.find('\n'), rest.size());
+    take(note, rest.substr(0, length));
+    rest.remove_prefix(std::min(length + 1, rest.size()));
   }
-  std::free(line);
-  std::fclose(file);
   return note;
 }

@@ -13,4 +13,4 @@ struct Note {
 };
 
 /// Nothing where there is no note: the way down is somebody else's.
-std::optional<Note> readNote(const char* path);
+std::optional<Note> readNote(const std::string& path);

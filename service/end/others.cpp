@@ -1,60 +1,39 @@
 #include "others.h"
 
-#include <climits>
-#include <cstdio>
-#include <cstdlib>
+#include "files.h"
+#include "wait.h"
 
-#include <dirent.h>
+#include <algorithm>
+#include <string>
+#include <vector>
+
 #include <unistd.h>
 
 namespace {
 
-constexpr int looksPerSecond = 10;
-
-/// Of a process that has not yet ended; -1 of any other.
-int parentOf(const char* process)
+/// Whether the process with this file has the same parent as this one, and has not yet ended.
+bool isOther(const std::string& stat)
 {
-  char path[PATH_MAX];
-  std::snprintf(path, sizeof path, "/proc/%s/stat", process);
-  std::FILE* file = std::fopen(path, "re");
-  if (file == nullptr) {
-    return -1;
-  }
-  int parent = -1;
-  char state = 'Z';
-  // The name, in parentheses, may have blanks, but in none of systemd's executables.
-  if (std::fscanf(file, "%*d (%*[^)]) %c %d", &state, &parent) != 2 || state == 'Z') {
-    parent = -1;
-  }
-  std::fclose(file);
-  return parent;
+  const std::string content = readFile(stat).value_or("");
+  // State and parent, as in " S 1 ", follow the name, which stands in parentheses and may have
+  // some itself.
+  const std::string rest = content.substr(content.rfind(')') + 1);
+  return rest.find(" Z ") != 0 && rest.find(" " + std::to_string(getppid()) + " ") == 2;
 }
 
 bool areThereOthers()
 {
-  DIR* processes = opendir("/proc");
-  if (processes == nullptr) {
-    return false;
-  }
-  bool found = false;
-  while (const dirent* entry = readdir(processes)) {
-    // 0 for what is no process.
-    const int process = std::atoi(entry->d_name);
-    found = found || (process > 0 && process != getpid() && parentOf(entry->d_name) == getppid());
-  }
-  closedir(processes);
-  return found;
+  const std::vector<std::string> names = namesIn("/proc");
+  return std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+    const bool isProcess = name.find_first_not_of("0123456789") == std::string::npos;
+    return isProcess && name != std::to_string(getpid()) && isOther("/proc/" + name + "/stat");
+  });
 }
 
 }  // namespace
 
 void waitForOthers(int seconds)
 {
-  for (int i = 0; i < seconds * looksPerSecond; ++i) {
-    // Before the first look, too: systemd may still be starting them.
-    usleep(1'000'000 / looksPerSecond);
-    if (!areThereOthers()) {
-      return;
-    }
-  }
+  // Not looked at once: systemd may still be starting them.
+  waitUntil([&] { return !areThereOthers(); }, seconds);
 }

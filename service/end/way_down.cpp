@@ -2,6 +2,7 @@
 
 #include "gpio_line.h"
 #include "kernel_log.h"
+#include "wait.h"
 
 #include <string>
 
@@ -10,7 +11,6 @@
 
 namespace {
 
-constexpr int looksPerSecond = 10;
 /// A supply may hold the board up for a while after its battery has been cut.
 constexpr int longestCutSeconds = 30;
 
@@ -25,19 +25,17 @@ bool cutBatteryUntilPowerIsBack(int power, const Note& note)
 {
   logToKernel("AC power is missing: the battery is cut");
   const int battery = requestOutput(note.batteryLine, 0);
-  for (int i = 0; i < longestCutSeconds * looksPerSecond; ++i) {
-    usleep(1'000'000 / looksPerSecond);
-    if (!isPowerMissing(power, note)) {
-      // Some controllers leave a line that is given back at its level; and somebody else could
-      // take one that is free for a moment.
-      drive(battery, note.batteryLine, 1);
-      release(battery);
-      return true;
-    }
+  const bool isBack = waitUntil([&] { return !isPowerMissing(power, note); }, longestCutSeconds);
+  if (isBack) {
+    // Some controllers leave a line that is given back at its level; and somebody else could
+    // take one that is free for a moment.
+    drive(battery, note.batteryLine, 1);
   }
   release(battery);
-  logToKernel("the cut of the battery has had no effect");
-  return false;
+  if (!isBack) {
+    logToKernel("the cut of the battery has had no effect");
+  }
+  return isBack;
 }
 
 }  // namespace

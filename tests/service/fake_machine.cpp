@@ -4,6 +4,7 @@
 #include "kernel_log.h"
 
 #include <cerrno>
+#include <ctime>
 #include <iterator>
 #include <system_error>
 
@@ -73,9 +74,9 @@ void logToKernel(const std::string& text)
   tell(text);
 }
 
-extern "C" int usleep(useconds_t microseconds)
+extern "C" int nanosleep(const timespec* wanted, timespec*)
 {
-  machine.milliseconds += static_cast<int>(microseconds / 1000);
+  machine.milliseconds += static_cast<int>(wanted->tv_sec * 1000 + wanted->tv_nsec / 1'000'000);
   return 0;
 }
 

@@ -1,23 +1,17 @@
 #include "note.h"
 
+#include "support/temp_folder.h"
+
 #include <gtest/gtest.h>
 
-#include <cstdio>
-#include <fstream>
 #include <string>
-
-#include <unistd.h>
 
 namespace {
 
 std::optional<Note> noteOf(const std::string& text)
 {
-  // The tests run side by side.
-  const std::string path = testing::TempDir() + "note." + std::to_string(getpid());
-  std::ofstream(path) << text;
-  const std::optional<Note> note = readNote(path.c_str());
-  std::remove(path.c_str());
-  return note;
+  const TempFolder folder;
+  return readNote(folder.file("note", text));
 }
 
 }  // namespace

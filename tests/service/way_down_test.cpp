@@ -122,10 +122,10 @@ TEST_F(WayDownTest, ALineThatCannotBeUsedIsNamed)
 
 TEST_F(WayDownTest, WithoutTheNamesOfBothLinesNothingIsDone)
 {
-  for (std::string Note::*name : {&Note::powerLine, &Note::batteryLine}) {
+  for (std::string* name : {&note.powerLine, &note.batteryLine}) {
     machine.story.clear();
-    const std::string kept = std::exchange(note.*name, "");
+    const std::string kept = std::exchange(*name, "");
     EXPECT_EQ(story(), Story{"0: the note does not name the lines"});
-    note.*name = kept;
+    *name = kept;
   }
 }
