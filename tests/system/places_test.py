@@ -141,12 +141,6 @@ def test_the_bridge_takes_no_status_of_another_user(forged, tmp_path):
         assert bridge.stderr == f"{SEGMENT} is not root's\n"
 
 
-@pytest.mark.parametrize("unit", [UNIT, "kelvo-pwr-test.service", "kelvo-pwr-watch.service"])
-def test_what_systemd_thinks_of_the_sandbox(unit):
-    said = run(["systemd-analyze", "security", "--no-pager", "--threshold=30", unit])
-    assert said.status == 0, said.stdout[-300:]
-
-
 def test_a_request_reaches_the_daemon_out_of_its_sandbox(service):
     service.configure("test.external-scheduling=true", "test.init.disable=0")
     service.start()

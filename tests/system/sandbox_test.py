@@ -7,6 +7,7 @@ seen to make a difference.
 import json
 import os
 import re
+import shutil
 from pathlib import Path
 
 import pytest
@@ -19,6 +20,7 @@ from guest.process import run
 PROBE = Path(__file__).parent / "probe.py"
 NOTES = Path("/run/kelvo-pwr")
 UNIT_FILE = Path("/usr/lib/systemd/system") / UNIT
+INSTALLED = Path("/run/systemd/system")
 PAGE = PROJECT / "docs/sandbox.md"
 
 NAMESPACES = "net", "ipc"
@@ -166,12 +168,38 @@ def test_in_the_service_all_of_them_hold():
     assert {name for name, what in outcomes.items() if what == "done"} == DONE_IN_THE_SERVICE
 
 
+def thoughts_of(unit):
+    return run(["systemd-analyze", "security", "--no-pager", unit]).stdout.splitlines()
+
+
+def points_of(unit):
+    (overall,) = (line for line in thoughts_of(unit) if "Overall" in line)
+    return re.search(r": (\d\.\d \w+)", overall)[1]
+
+
+@pytest.fixture
+def contrib():
+    """The names of the units there, which are installed."""
+    units = [Path(shutil.copy(unit, INSTALLED)) for unit in PROJECT.glob("contrib/*/*.service")]
+    systemctl("daemon-reload")
+    yield {unit.name for unit in units}
+    for unit in units:
+        unit.unlink()
+    systemctl("daemon-reload")
+
+
+def test_the_page_has_what_systemd_thinks_of_the_other_units(contrib):
+    units = {"kelvo-pwr-test.service", "kelvo-pwr-watch.service"} | contrib
+    row = r"^\| `(\S+\.service)`.* \| (\d\.\d \w+) \|$"
+    told = dict(re.findall(row, PAGE.read_text(), re.MULTILINE))
+    assert told == {unit: points_of(unit) for unit in units}
+
+
 def test_the_page_has_what_systemd_thinks_of_it():
-    lines = run(["systemd-analyze", "security", "--no-pager", UNIT]).stdout.splitlines()
+    lines = thoughts_of(UNIT)
     rows = [re.fullmatch(r"✗ (\S+) +(\S.*?) +(\d\.\d)", line) for line in lines]
     found = {(row[1], row[2], row[3]) for row in rows if row}
     page = PAGE.read_text()
     told = re.findall(r"^\| `(\S+)` \| (.*?) \| (\d\.\d) \|", page, re.MULTILINE)
     assert set(told) == found
-    (overall,) = (re.search(r"\d\.\d \w+", line)[0] for line in lines if "Overall" in line)
-    assert f"**{overall}**" in page
+    assert f"**{points_of(UNIT)}**" in page
