@@ -48,3 +48,12 @@ TEST(NoteTest, AnEmptyNoteNamesNothing)
   ASSERT_TRUE(note);
   EXPECT_EQ(note->command + note->powerLine + note->batteryLine, "");
 }
+
+TEST(NoteTest, TheLastLineOfAKeyCounts)
+{
+  const std::optional<Note> note =
+      noteOf("start-again=no\ncut-battery=no\nstart-again=yes\ncut-battery=yes\n");
+  ASSERT_TRUE(note);
+  EXPECT_TRUE(note->startAgain);
+  EXPECT_TRUE(note->cutBattery);
+}

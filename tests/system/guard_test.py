@@ -205,3 +205,20 @@ def test_a_misspelt_key_is_seen(service, key):
     said = f"Unknown option in /etc/kelvo/kelvo-pwr.conf: {key}"
     sources = re.findall(rf"(\S+)\[\d+\]: {said}$", systemctl("status", UNIT).stdout, re.MULTILINE)
     assert sources == ["kelvo-pwr", "look-at-guard"]
+
+
+@pytest.fixture
+def way_down_settings():
+    file = Path("/etc/kelvo/way-down.conf")
+    yield file
+    file.unlink()
+
+
+def test_a_setting_of_the_way_down_without_effect_is_seen(service, way_down_settings):
+    way_down_settings.write_text("cut-battery=off\n")
+    service.start()
+    wait_until(lambda: is_system_running() == "degraded\n", within=5)
+    said = f'{way_down_settings}: "cut-battery=off" has no effect; the settings are'
+    assert said in systemctl("status", UNIT).stdout
+    way_down_settings.write_text("cut-battery=no\n")
+    assert systemctl("start", LOOK).status == 0

@@ -17,6 +17,9 @@ printf '%s\\n' '#!/bin/sh' 'sleep 2' \\
 chmod +x {FOLDER}/late
 """
 
+# The look at the guard would find the boot degraded.
+UNSEEN = "ln -s /dev/null /etc/systemd/system/kelvo-pwr-watch.service"
+
 CONNECTED = {"BAT-T2": 0, "BAT-SW": 1}
 
 
@@ -47,8 +50,7 @@ def test_the_battery_is_cut_by_the_line_of_the_configuration(tmp_path):
     # And of the words that the daemon was started with, whatever these are.
     verbose = "sed -i '/^ExecStart=/s/$/ -v/' /usr/lib/systemd/system/kelvo-pwr.service"
     # The line is there only some time after the boot.
-    unseen = "ln -s /dev/null /etc/systemd/system/kelvo-pwr-watch.service"
-    settings, prepare = (SETTING, "gpio.bat-sw=OTHER-SW"), f"{verbose} && {unseen}"
+    settings, prepare = (SETTING, "gpio.bat-sw=OTHER-SW"), f"{verbose} && {UNSEEN}"
     outage = Outage(tmp_path, *settings, matters=["other-switch"], prepare=prepare)
     assert outage.end == LOSS_OF_POWER
     assert outage.after_unmounting() == [CUT]
@@ -74,8 +76,11 @@ def test_a_helper_that_fails_says_why_and_the_way_down_goes_on(tmp_path):
     "line, matters", [("cut-battery=no", ()), ("start-again=no", ("back=124",))]
 )
 def test_one_line_turns_one_half_off(tmp_path, line, matters):
-    prepare = f"echo {line} >>/etc/kelvo/way-down.conf"
+    # Beside one without effect, which is told.
+    prepare = f"{UNSEEN} && printf '%s\\n' {line} {line}ne >/etc/kelvo/way-down.conf"
     outage = Outage(tmp_path, SETTING, matters=matters, prepare=prepare)
+    (told,) = (text for text in outage.of_the_daemon() if "has no effect" in text)
+    assert told.startswith(f'/etc/kelvo/way-down.conf: "{line}ne" has no effect; ')
     assert outage.end == POWEROFF
     assert outage.after_unmounting() == []
     assert outage.levels()["BAT-SW"] == 1
