@@ -117,6 +117,10 @@ def test_from_source(checkout, owner):
     program = os.readlink(f"/proc/{shown(UNIT, 'MainPID')}/exe")
     assert program == "/usr/local/sbin/kelvo-pwr"
     assert files() > before
+    # As for the growing pause, or by "systemctl edit".
+    drop_in = Path(f"/etc/systemd/system/{UNIT}.d/own.conf")
+    drop_in.parent.mkdir()
+    drop_in.write_text("[Service]\nRestartSec=20\n")
     for command in REMOVE:
         owner.run(command, checkout)
     assert files() == before
