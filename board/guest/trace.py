@@ -5,14 +5,12 @@ a program does with a line is missed, not even a pulse that takes no time; the
 program itself runs unchanged.
 """
 
-import os
 import re
-from pathlib import Path
 from typing import NamedTuple, Optional
 
 from guest.lines import chips
+from guest.tracing import Recording, write
 
-_TRACING = Path("/sys/kernel/tracing")
 _RECORD = re.compile(
     r".*-(?P<process>\d+) +\[\d+\] \S+ +(?P<seconds>\d+)\.(?P<microseconds>\d{6}): "
     r"gpio_(?:value: (?P<number>\d+) (?P<action>get|set) (?P<level>\d+)"
@@ -38,16 +36,8 @@ class Trace:
     def __init__(self, writes_only: bool = False, buffer_kilobytes: int = 16384):
         self._events: list[Event] = []
         self._names: dict[int, Optional[str]] = {}
-        self._rest = ""
-        _write("tracing_on", "0")
-        _write("trace_clock", "mono")
-        _write("options/overwrite", "0")
-        _write("buffer_size_kb", str(buffer_kilobytes))
-        _write("events/gpio/gpio_value/filter", "get == 0" if writes_only else "0")
-        _write("events/gpio/enable", "1")
-        self._pipe = os.open(_TRACING / "trace_pipe", os.O_RDONLY | os.O_NONBLOCK)
-        self.clear()
-        _write("tracing_on", "1")
+        write("events/gpio/gpio_value/filter", "get == 0" if writes_only else "0")
+        self._recording = Recording("gpio", buffer_kilobytes=buffer_kilobytes)
 
     def events(self) -> list[Event]:
         """All events since the start or the last `clear`, oldest first.
@@ -57,12 +47,7 @@ class Trace:
         """
         for chip in chips():
             self._names.update((chip.first_number + line.offset, line.name) for line in chip.lines)
-        while chunk := self._read():
-            *complete, self._rest = (self._rest + chunk).split("\n")
-            self._events.extend(self._parse(text) for text in complete)
-        lost = re.search(r"dropped events: (\d+)", (_TRACING / "per_cpu/cpu0/stats").read_text())
-        if int(lost[1]) > 0:
-            raise RuntimeError(f"the trace lost {lost[1]} events: read it more often")
+        self._events.extend(map(self._parse, self._recording.lines()))
         return list(self._events)
 
     def writes(self, line: str) -> list[tuple[int, int]]:
@@ -75,26 +60,17 @@ class Trace:
 
     def clear(self) -> None:
         """Forgets everything recorded so far."""
-        _write("trace", "")
+        self._recording.clear()
         self._events.clear()
 
     def close(self) -> None:
-        if self._pipe >= 0:
-            _write("events/gpio/enable", "0")
-            os.close(self._pipe)
-            self._pipe = -1
+        self._recording.close()
 
     def __enter__(self) -> "Trace":
         return self
 
     def __exit__(self, *_) -> None:
         self.close()
-
-    def _read(self) -> str:
-        try:
-            return os.read(self._pipe, 65536).decode()
-        except BlockingIOError:
-            return ""
 
     def _parse(self, text: str) -> Event:
         record = _RECORD.fullmatch(text)
@@ -108,7 +84,3 @@ class Trace:
         kind = "read" if record["action"] == "get" else "write"
         name = self._names.get(int(record["number"]))
         return Event(time, kind, name, int(record["level"]), process)
-
-
-def _write(file: str, text: str) -> None:
-    (_TRACING / file).write_text(text)
