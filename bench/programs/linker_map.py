@@ -23,7 +23,7 @@ _OF_INPUT = re.compile(
 _NOT_IN_FILE = (".bss", ".tbss")
 
 
-def parts(linker_map: str, file_bytes: int) -> dict[str, int]:
+def bytes_by_part(linker_map: str, file_bytes: int) -> dict[str, int]:
     """Bytes of the stripped file by part."""
     found: Counter[str] = Counter()
     section = ""

@@ -5,11 +5,12 @@ import subprocess
 from pathlib import Path
 from typing import Mapping, Sequence
 
-from figures import Figure, Verdict
+from report.figures import Figure, Verdict
+from tabulate import tabulate
 
 Rows = list[list[str]]
 
-_SCRIPT = Path(__file__).parent.parent / "scripts" / "figures"
+_SCRIPT = Path(__file__).resolve().parent.parent.parent / "scripts" / "figures"
 
 
 def goal_rows(verdicts: Sequence[Verdict]) -> Rows:
@@ -25,14 +26,14 @@ def goal_rows(verdicts: Sequence[Verdict]) -> Rows:
             aim = f"at most {goal.most:g} times {goal.times}"
         share = f"{verdict.measure / goal.most:.2f}"
         outcome = "reached" if verdict.reached else "MISSED"
-        rows.append([goal.figure, goal.program, measured, aim, share, outcome])
+        rows.append([figure.name, goal.program, measured, aim, share, outcome])
     return rows
 
 
 def program_rows(figures: Sequence[Figure]) -> Rows:
     """The median of each program; a program that has no such figure has a dash."""
-    programs = list(dict.fromkeys(program for figure in figures for program in figure.rounds))
-    rows = [["Program", *(f"{figure.name}, {figure.unit}".rstrip(", ") for figure in figures)]]
+    programs = dict.fromkeys(program for figure in figures for program in figure.rounds)
+    rows = [["Program", *(figure.heading for figure in figures)]]
     for program in programs:
         values = [
             figure.text(figure.of(program)) if program in figure.rounds else "-"
@@ -42,16 +43,9 @@ def program_rows(figures: Sequence[Figure]) -> Rows:
     return rows
 
 
-def plain(rows: Rows) -> str:
-    widths = [max(map(len, column)) for column in zip(*rows)]
-    return "".join(
-        "  ".join(text.ljust(width) for text, width in zip(row, widths)).rstrip() + "\n"
-        for row in rows
-    )
-
-
 def show(tables: Mapping[str, Rows]) -> None:
-    print("\n".join(map(plain, tables.values())), end="")
+    how = {"tablefmt": "plain", "disable_numparse": True}
+    print("\n\n".join(tabulate(rows, **how) for rows in tables.values()))
 
 
 def keep(tables: Mapping[str, Rows], docs: Path) -> None:

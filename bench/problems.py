@@ -1,5 +1,0 @@
-"""Why something is not measured."""
-
-
-class CannotMeasure(Exception):
-    """The text says why."""
