@@ -9,6 +9,7 @@ import subprocess
 import time
 from collections import deque
 from pathlib import Path
+from typing import Iterable
 
 from host.cache import kept, say
 from host.problems import BoardFailure, Unavailable
@@ -51,17 +52,21 @@ def _tarball(package: str) -> Path:
     return Path("/usr/src") / f"{package}.tar.xz"
 
 
+def _version(package: str) -> str:
+    return package.removeprefix("linux-source-")
+
+
 def _configuration(package: str) -> str:
     """The options that are asked for, those that only this version has among them."""
-    version = package.removeprefix("linux-source-")
-    files = (_INGREDIENTS / "board.config", _INGREDIENTS / f"board-{version}.config")
+    files = (_INGREDIENTS / "board.config", _INGREDIENTS / _version(package) / "board.config")
     return "".join(file.read_text() for file in files if file.exists())
 
 
 def _key(package: str) -> str:
     """Names everything that the kernel is made of, this recipe included."""
     ingredients = [_installed(package, "Version").encode(), _configuration(package).encode()]
-    ingredients += (file.read_bytes() for file in (_NOT_COMPILED, *_patches(), Path(__file__)))
+    files = (_NOT_COMPILED, *_patches(package), Path(__file__))
+    ingredients += (file.read_bytes() for file in files)
     digests = b"".join(hashlib.sha256(ingredient).digest() for ingredient in ingredients)
     return hashlib.sha256(digests).hexdigest()[:16]
 
@@ -90,7 +95,7 @@ def _build(package: str, work: Path) -> Path:
     say(f"unpacking {package}")
     unpack = ["tar", "--extract", "--file", _tarball(package), "--directory", work, "--wildcards"]
     _run([*unpack, f"--exclude-from={_NOT_COMPILED}"], log)
-    _change(source, log)
+    _change(source, _patches(package), log)
     make = ["make", "-C", source, "ARCH=um", f"O={out}"]
     _run([*make, f"KCONFIG_ALLCONFIG={asked_for}", "allnoconfig"], log)
     _check_options(asked_for, out / ".config")
@@ -99,13 +104,15 @@ def _build(package: str, work: Path) -> Path:
     return out / "linux"
 
 
-def _patches() -> list[Path]:
-    return sorted(_INGREDIENTS.glob("*.patch"))
+def _patches(package: str) -> list[Path]:
+    """Those for every version and those that only this one needs."""
+    folders = (_INGREDIENTS, _INGREDIENTS / _version(package))
+    return [patch for folder in folders for patch in sorted(folder.glob("*.patch"))]
 
 
-def _change(source: Path, log: Path) -> None:
+def _change(source: Path, patches: Iterable[Path], log: Path) -> None:
     """Applies the patches; a source that one does not fit exactly ends the build."""
-    for patch in _patches():
+    for patch in patches:
         command = ["patch", "--force", "--fuzz=0", "--strip=1", f"--directory={source}"]
         _run([*command, f"--input={patch}"], log)
 

@@ -6,6 +6,7 @@ from host import kernel
 from host.problems import BoardFailure, Unavailable
 
 BEFORE = 30  # lines in front of those that a patch names
+PATCHES = kernel._patches("linux-source-6.1")
 
 
 def source_of(folder, patch):
@@ -20,12 +21,12 @@ def source_of(folder, patch):
 
 @pytest.fixture
 def sources(tmp_path):
-    return [source_of(tmp_path / "source", patch) for patch in kernel._patches()]
+    return [source_of(tmp_path / "source", patch) for patch in PATCHES]
 
 
 def test_patches_change_a_source_that_they_fit(tmp_path, sources):
     before = [file.read_text() for file in sources]
-    kernel._change(tmp_path / "source", tmp_path / "log")
+    kernel._change(tmp_path / "source", PATCHES, tmp_path / "log")
     assert before
     assert all(file.read_text() != text for file, text in zip(sources, before))
 
@@ -35,19 +36,25 @@ NO_LONGER_FITS = pytest.raises(
 )
 
 
-@pytest.mark.parametrize("number", range(len(kernel._patches())))
+def test_a_version_has_patches_of_its_own():
+    names = [[patch.name for patch in kernel._patches(f"linux-source-{v}")] for v in ("6.1", "6.12")]
+    of_all = ["long-waits.patch", "register-state.patch"]
+    assert names == [[*of_all, "faults-around.patch"], of_all]
+
+
+@pytest.mark.parametrize("number", range(len(PATCHES)))
 def test_a_source_that_differs_beside_a_change_ends_the_build(tmp_path, sources, number):
     lines = sources[number].read_text().splitlines()
     lines[BEFORE] = "other"
     sources[number].write_text("\n".join(lines))
     with NO_LONGER_FITS:
-        kernel._change(tmp_path / "source", tmp_path / "log")
+        kernel._change(tmp_path / "source", PATCHES, tmp_path / "log")
 
 
 def test_a_source_that_is_changed_already_ends_the_build(tmp_path, sources):
-    kernel._change(tmp_path / "source", tmp_path / "log")
+    kernel._change(tmp_path / "source", PATCHES, tmp_path / "log")
     with NO_LONGER_FITS:
-        kernel._change(tmp_path / "source", tmp_path / "log")
+        kernel._change(tmp_path / "source", PATCHES, tmp_path / "log")
 
 
 def test_the_source_is_that_of_this_debian(monkeypatch, tmp_path):
