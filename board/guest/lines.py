@@ -4,19 +4,13 @@ from pathlib import Path
 from typing import Mapping, NamedTuple, Optional, Sequence
 
 from guest.gpio_device import HeldLine, LineInfo, line_info
+from guest.names import AT1, AT2, BAT_SW, LINES, MEANINGS, PWR_IN
+
+__all__ = ["AT1", "AT2", "BAT_SW", "LINES", "MEANINGS", "PWR_IN", "Chip", "Line", "chips"]
+__all__ += ["make_chip", "remove_chips"]
 
 _CONFIGURATION = Path("/sys/kernel/config/gpio-sim")
 _DEVICES = Path("/sys/devices/platform")
-
-LINES = PWR_IN, AT1, AT2, BAT_SW = "PWR-IN", "BAT-T1", "BAT-T2", "BAT-SW"
-
-# What levels 0 and 1 mean.
-MEANINGS = {
-    PWR_IN: ("AC power present", "AC power missing"),
-    AT1: ("battery low", "battery good"),
-    AT2: ("AC power connected", "AC power disconnected"),
-    BAT_SW: ("battery cut off", "battery connected"),
-}
 
 
 class Line(NamedTuple):

@@ -7,22 +7,12 @@ import subprocess
 import threading
 import time
 from contextlib import suppress
-from typing import Mapping, NamedTuple, Optional, Sequence, Union
+from typing import Mapping, Optional, Sequence, Union
+
+from guest.seen import PrintedLine, Result
 
 # How long output may arrive after the end of the program that printed it.
 _LAST_OUTPUT_SECONDS = 0.1
-
-
-class PrintedLine(NamedTuple):
-    time: int  # nanoseconds on the monotonic clock, when its end arrived
-    stream: str  # "stdout" or "stderr"
-    text: str  # without its line end
-
-
-class Result(NamedTuple):
-    stdout: str
-    stderr: str
-    status: int  # negative: ended by that signal
 
 
 class Program:

@@ -4,7 +4,9 @@ import json
 import os
 import tempfile
 from pathlib import Path
-from typing import NamedTuple, Sequence
+from typing import Sequence
+
+from guest.seen import Call
 
 _SCRIPT = """#!/usr/bin/python3 -IS
 import json, os, sys, time
@@ -13,13 +15,6 @@ with open({log!r}, "a") as log:
     print(json.dumps(call), file=log, flush=True)
 os.execv("/bin/sh", ["sh", "-c", {then!r}])
 """
-
-
-class Call(NamedTuple):
-    name: str
-    arguments: list[str]
-    time: int  # nanoseconds on the monotonic clock
-    wall: int  # nanoseconds since the Unix epoch
 
 
 class StandIns:

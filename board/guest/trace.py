@@ -6,9 +6,10 @@ program itself runs unchanged.
 """
 
 import re
-from typing import NamedTuple, Optional
+from typing import Optional
 
 from guest.lines import chips
+from guest.seen import Event
 from guest.tracing import Recording, write
 
 _RECORD = re.compile(
@@ -16,14 +17,6 @@ _RECORD = re.compile(
     r"gpio_(?:value: (?P<number>\d+) (?P<action>get|set) (?P<level>\d+)"
     r"|direction: (?P<directed>\d+) +(?P<direction>in|out) \((?P<error>-?\d+)\))"
 )
-
-
-class Event(NamedTuple):
-    time: int  # nanoseconds on the monotonic clock, rounded to a microsecond
-    kind: str  # "read", "write", "input" or "output"; the last two set the direction
-    line: Optional[str]
-    level: Optional[int]  # None when the direction is set
-    process: int
 
 
 class Trace:

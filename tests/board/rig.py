@@ -13,6 +13,7 @@ from guest.board import wire
 from guest.clock import now, set_wall, wall
 from guest.lines import remove_chips
 from guest.process import Program, Result, run
+from guest.segment import SEGMENT
 from guest.stand_in import StandIns
 from guest.system_calls import mount
 from guest.trace import Trace
@@ -22,7 +23,6 @@ SEGMENT_TOOL = os.environ["SEGMENT_TOOL"]
 
 # Where the default result file is; the host's own is hidden.
 SYSTEM_CONFIGURATION = Path("/usr/local/etc")
-SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
 LOCK = Path("/run/kelvo-pwr.lock")
 
 # In front of a command line: run it as a user who owns nothing.

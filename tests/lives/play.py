@@ -19,7 +19,7 @@ import life as lives  # noqa: E402
 from guest.clock import now, sleep_until  # noqa: E402
 from observer import Mismatch  # noqa: E402
 from player import Player  # noqa: E402
-from records import Records  # noqa: E402
+from guest.segment import Records  # noqa: E402
 from world import SECOND, Undecided  # noqa: E402
 
 

@@ -15,7 +15,7 @@ from guest.process import Program, run
 from guest.stand_in import StandIns
 from model import Daemon
 from observer import Mismatch, Recorder, compare, equal, text_equal
-from records import Records
+from guest.segment import Records
 from rig import PROGRAM, SEGMENT
 from world import MILLISECOND, SECOND, CommandTimes, World
 

@@ -1,0 +1,44 @@
+"""What programs do with the lines of the simulated world."""
+
+from guest.lines import name_of
+from guest.record import Record
+from guest.seen import Event
+
+
+class Trace:
+    """As the board's."""
+
+    def __init__(self, writes_only: bool = False, buffer_kilobytes: int = 0):
+        self._record = Record("write" if writes_only else "read", "write", "input", "output")
+
+    def events(self) -> list[Event]:
+        return [
+            Event(
+                event.time,
+                event.kind,
+                name_of(event.subject),
+                event.value if event.kind in ("read", "write") else None,
+                event.process,
+            )
+            for event in self._record.events()
+        ]
+
+    def writes(self, line: str) -> list[tuple[int, int]]:
+        """What was written to this line: pairs of time in nanoseconds and level."""
+        return [
+            (event.time, event.level)
+            for event in self.events()
+            if event.kind == "write" and event.line == line
+        ]
+
+    def clear(self) -> None:
+        self._record.clear()
+
+    def close(self) -> None:
+        self._record.close()
+
+    def __enter__(self) -> "Trace":
+        return self
+
+    def __exit__(self, *_) -> None:
+        self.close()
