@@ -23,6 +23,11 @@ def set_wall(seconds: float) -> None:
     time.clock_settime(time.CLOCK_REALTIME, seconds)
 
 
+def set_wall_ahead(nanoseconds: int) -> None:
+    """Sets the calendar clock so far ahead of the monotonic one."""
+    time.clock_settime_ns(time.CLOCK_REALTIME, time.monotonic_ns() + nanoseconds)
+
+
 def sleep_until(monotonic_nanoseconds: int) -> None:
     """Returns at once when that time has passed."""
     while (left := monotonic_nanoseconds - now()) > 0:

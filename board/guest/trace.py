@@ -43,6 +43,12 @@ class Trace:
         self._events.extend(map(self._parse, self._recording.lines()))
         return list(self._events)
 
+    def taken(self) -> list[Event]:
+        """Hands out each event once, so that a long trace fits into memory."""
+        events = self.events()
+        self._events.clear()
+        return events
+
     def writes(self, line: str) -> list[tuple[int, int]]:
         """What was written to this line: pairs of time in nanoseconds and level."""
         return [

@@ -13,6 +13,8 @@ import oddities
 _SHUTDOWN_WAITS = (0, 5, 14, 15, 16, 17, 19, 20, 30, 120)
 _DURATIONS = (0, 1, 2, 3, 5, 10, 30, 30, 60, 600)
 _PERIODS = (0, 5, 20, 60, 60, 600, 3600, 86_400, 1_209_600, (1 << 32) - 1)
+# In seconds; on the board a life begins when the one before has ended.
+_UPTIMES = (0, 5, 60, 590, 599, 600, 3_000, 65_000, 70_000, 4_000_000)
 
 
 def make(seed: int) -> dict:
@@ -33,6 +35,7 @@ def make(seed: int) -> dict:
         "steps": _steps(choose, wall),
     }
     oddities.add(life)
+    life["uptime"] = random.Random(f"uptime of {seed}").choice(_UPTIMES)
     return life
 
 

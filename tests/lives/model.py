@@ -11,9 +11,10 @@ from world import (
     MILLISECOND,
     REQUEST,
     SECOND,
-    SHORT_SLEEP,
     STATUS,
     Called,
+    Changed,
+    Synced,
     World,
 )
 
@@ -131,28 +132,34 @@ class Daemon:
             yield from self._second()
 
     def _count(self) -> None:
-        self.fields["count"] = (self.fields["count"] + 1) % (1 << 32)
+        self._set("count", (self.fields["count"] + 1) % (1 << 32))
+
+    def _set(self, field: str, value: int) -> None:
+        if self.fields[field] != value:
+            self.fields[field] = value
+            self.world.expected.append(Changed(self.world.now, field, value))
 
     # The loops.
 
     def _minimal_server(self) -> Iterator[int]:
         self.world.printed("stdout", "Minimal server")
-        self.fields.update(batteryEmpty=255, batteryBad=255, testing=255)
+        for field in ("batteryEmpty", "batteryBad", "testing"):
+            self._set(field, 255)
         while True:
-            self.fields["missingPower"] = 1 if self.world.read("PWR-IN") else 0
+            self._set("missingPower", 1 if self.world.read("PWR-IN") else 0)
             yield from self._second()
 
     def _full_server(self) -> Iterator[int]:
-        world, fields = self.world, self.fields
+        world = self.world
         world.printed("stdout", "Full server")
         missing = world.read("PWR-IN")
         while True:
             if missing:
-                fields["missingPower"] = 1
+                self._set("missingPower", 1)
                 if world.read("BAT-T1") != 1:
                     yield from self._go_down()
             else:
-                fields["missingPower"] = 0
+                self._set("missingPower", 0)
                 if self._is_test_due():
                     yield from self._scheduled_test()
             yield from self._second()
@@ -166,7 +173,7 @@ class Daemon:
         quiet = settings["test.init.disable"]
         if settings["test.external-scheduling"]:
             if fields["runTest"] == 1:
-                fields["runTest"] = 0
+                self._set("runTest", 0)
                 if world.passed_since(start, period) and world.up_for(quiet):
                     return True
         elif (
@@ -177,21 +184,21 @@ class Daemon:
             return True
         if fields["runTestNow"] != 1:
             return False
-        fields["runTestNow"] = 0
+        self._set("runTestNow", 0)
         world.printed("stdout", "Got run test now")
         return world.passed_since(start, 2 * fields["duration"])
 
     def _scheduled_test(self) -> Iterator[int]:
         fields, settings = self.fields, self.settings
-        fields["testing"] = 1
+        self._set("testing", 1)
         settings["result.start"] = self.world.wall_seconds()
         self._save()
-        fields["duration"] = fields["duration"] or settings["test.duration"]
+        self._set("duration", fields["duration"] or settings["test.duration"])
         yield from self._test(fields["duration"])
-        fields["duration"] = settings["test.duration"]
+        self._set("duration", settings["test.duration"])
         settings["result.end"] = self.world.wall_seconds()
         self._save()
-        fields["testing"] = 0
+        self._set("testing", 0)
         result = BAD if fields["batteryBad"] == 1 else GOOD
         self.world.printed("stdout", f"Test result: {result}")
 
@@ -208,7 +215,7 @@ class Daemon:
             if not good:
                 break
         self._drive("BAT-T2", 0)
-        self.fields["batteryBad"] = 0 if good else 1
+        self._set("batteryBad", 0 if good else 1)
 
     def _watch_one_second(self) -> Iterator[int]:
         world = self.world
@@ -217,9 +224,9 @@ class Daemon:
         good = world.read("BAT-T1") == 1
         # The twentieth step ends a second after the begin, whatever the clock's reading adds.
         for _ in range(20 if good else 0):
-            yield 10 * MILLISECOND + SHORT_SLEEP
+            yield 10 * MILLISECOND + world.charges.short_sleep
             good = world.read("BAT-T1") == 1
-            yield 40 * MILLISECOND + SHORT_SLEEP
+            yield 40 * MILLISECOND + world.charges.short_sleep
             world.milliseconds()
             if not good:
                 break
@@ -232,20 +239,21 @@ class Daemon:
     def _go_down(self) -> Iterator[int]:
         world, settings = self.world, self.settings
         world.printed("stdout", "Battery empty")
-        self.fields["batteryEmpty"] = 1
+        self._set("batteryEmpty", 1)
         yield from self._grace(15)
         timeout = settings["test.shut.timeout"]
         yield from self._seconds(timeout - 15 if timeout > 15 else 5)
         command = settings["test.shut.cmd"]
         world.printed("stdout", f"Execute: {command}")
-        world.expected.append(Called(world.now + world.command.before_note, command))
+        world.expected.append(Called(world.now + world.charges.before_note, command))
         if world.life["command_seconds"]:
             self.command_ends = world.now + world.life["command_seconds"] * SECOND
             yield world.life["command_seconds"] * SECOND
             self.command_ends = None
-        world.now += world.command.whole
+        world.now += world.charges.command
         yield from self._seconds(max(settings["test.shut.cutoff"], 15))
         world.printed("stdout", "Still alive, force shutdown")
+        world.expected.append(Synced(world.now))
         self._drive("BAT-SW", 0)
 
     def _grace(self, seconds: int) -> Iterator[int]:

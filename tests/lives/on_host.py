@@ -1,16 +1,19 @@
-"""Boots the board for some lives and reads what comes of them."""
+"""Has lives played, in simulated worlds or on the board, and reads what comes of them."""
 
 import json
 import os
 import subprocess
 import sys
 import tempfile
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from typing import Iterator
 
-_ROOT = Path(__file__).resolve().parent.parent.parent
-# A boot costs as much as a few lives; a stuck one costs the lives that it was to play.
-LIVES_PER_BOOT = 25
+ROOT = Path(__file__).resolve().parent.parent.parent
+_PLAY = ["/usr/bin/python3", "-B", str(ROOT / "tests" / "lives" / "play.py")]
+# A boot costs as much as a few lives; a stuck one costs the lives that it was to play. To start a
+# player of simulated worlds costs as much as three.
+_LIVES_PER_BOOT, _LIVES_PER_PLAYER = 25, 100
 # In real seconds, for one boot: far more than a slow machine takes.
 _LONGEST = 1200
 _SKIP = 77
@@ -19,31 +22,70 @@ _REPORT = "report "  # before the line of JSON
 
 
 class CannotRun(Exception):
-    """This host cannot run the board; it has said why."""
+    """This host cannot play lives; it has said why."""
 
 
-def play_seeds(first: int, count: int) -> Iterator[dict]:
-    """The report of each life as it ends."""
-    reports = 0
-    for report in _run("seeds", str(first), str(count)):
-        reports += 1
-        yield report
-    if reports < count:
-        yield _lost(first + reports)
+class Host:
+    """The environment names the program, the test's tool, and the simulator."""
 
+    def __init__(self, on_board: bool):
+        self._on_board = on_board
+        build = ROOT / "build" / "release"
+        for name, file in (
+            ("KELVO_PWR", build / "kelvo-pwr"),
+            ("SEGMENT_TOOL", build / "tests" / "board" / "segment_tool"),
+            ("SIMULATOR", build / "tests" / "simulator" / "libsimulator.so"),
+        ):
+            os.environ.setdefault(name, str(file))
 
-def play_file(source, begin: int, verbose: bool = False) -> dict:
-    """`source` is a seed or the path of a life."""
-    kind = ["seeds", source, "1"] if str(source).isdigit() else ["file", str(source)]
-    reports = list(_run(*kind, str(begin), verbose=verbose))
-    return reports[0] if reports else _lost(source)
+    def seeds(self, first: int, count: int) -> Iterator[dict]:
+        """The reports of lives in their order; simulated ones on all processors."""
+        size = _LIVES_PER_BOOT if self._on_board else _LIVES_PER_PLAYER
+        begins = range(first, first + count, size)
+        pool = ThreadPoolExecutor(1 if self._on_board else os.cpu_count())
+        try:
+            for reports in pool.map(
+                lambda begin: self._some(begin, min(size, first + count - begin)), begins
+            ):
+                yield from reports
+        finally:
+            pool.shutdown(cancel_futures=True)
 
+    def file(self, source, begin: str, verbose: bool = False) -> dict:
+        """`source` is a seed or the path of a life; `begin` an uptime, or empty for its own."""
+        kind = ["seeds", source, "1"] if str(source).isdigit() else ["file", str(source)]
+        reports = list(self._run(*kind, *([begin] if begin else []), verbose=verbose))
+        return reports[0] if reports else _lost(source)
 
-def play_life(life: dict, begin: int) -> dict:
-    with tempfile.NamedTemporaryFile("w", suffix=".json") as file:
-        json.dump(life, file)
-        file.flush()
-        return play_file(file.name, begin)
+    def life(self, life: dict, begin: str) -> dict:
+        with tempfile.NamedTemporaryFile("w", suffix=".json") as file:
+            json.dump(life, file)
+            file.flush()
+            return self.file(file.name, begin)
+
+    def _some(self, first: int, count: int) -> list[dict]:
+        reports = list(self._run("seeds", str(first), str(count)))
+        return reports if len(reports) == count else [*reports, _lost(first + len(reports))]
+
+    def _run(self, *words: str, verbose: bool = False) -> Iterator[dict]:
+        environment = {**os.environ, **({"LIVES_VERBOSE": "1"} if verbose else {})}
+        if self._on_board:
+            argv = [str(ROOT / "board" / "board"), "run", "--timeout", str(_LONGEST), "--"]
+            del environment["SIMULATOR"]
+        else:
+            argv = [str(ROOT / "tests" / "host" / "with_own_shm")]
+            environment["PYTHONPATH"] = str(ROOT / "tests" / "simulator")
+        player = subprocess.Popen(
+            [*argv, *_PLAY, *words], stdout=subprocess.PIPE, text=True, env=environment
+        )
+        with player:
+            for line in player.stdout:
+                if line.startswith(_REPORT):
+                    yield json.loads(line[len(_REPORT) :])
+                else:
+                    sys.stdout.write(line)
+        if player.returncode == _SKIP:
+            raise CannotRun("no life was played")
 
 
 def _lost(seed) -> dict:
@@ -51,26 +93,7 @@ def _lost(seed) -> dict:
         "seed": seed,
         "begin": 0,
         "verdict": "failed",
-        "detail": "the board ended before the life did",
+        "detail": "the player ended before the life did",
         "steps": 0,
         "seconds": 0,
     }
-
-
-def _run(*words: str, verbose: bool = False) -> Iterator[dict]:
-    argv = [str(_ROOT / "board" / "board"), "run", "--timeout", str(_LONGEST), "--"]
-    argv += ["/usr/bin/python3", str(_ROOT / "tests" / "lives" / "play.py"), *words]
-    environment = {**os.environ, **({"LIVES_VERBOSE": "1"} if verbose else {})}
-    board = subprocess.Popen(argv, stdout=subprocess.PIPE, text=True, env=environment)
-    with board:
-        try:
-            for line in board.stdout:
-                if line.startswith(_REPORT):
-                    yield json.loads(line[len(_REPORT) :])
-                else:
-                    sys.stdout.write(line)
-        except GeneratorExit:  # Who asked has seen enough.
-            board.terminate()
-            raise
-    if board.returncode == _SKIP:
-        raise CannotRun("no life was played")

@@ -1,7 +1,7 @@
 """Plants breaks in a copy of the program and looks for the first random life that shows each.
 
 A break is a patch; the line before it says what it is. The same life must agree with the
-program as it is. Ends with status 77 when this host cannot run the board.
+program as it is. Ends with status 77 when this host cannot play lives.
 """
 
 import argparse
@@ -13,12 +13,12 @@ import tempfile
 from pathlib import Path
 from typing import Optional
 
-from on_host import LIVES_PER_BOOT, CannotRun, play_seeds
+from on_host import CannotRun, Host
 
 _HERE = Path(__file__).resolve().parent
 sys.path += [str(_HERE.parent / "mutation"), str(_HERE.parent / "docs")]
 
-from checkout import ROOT, copy_checkout  # noqa: E402
+from checkout import copy_checkout  # noqa: E402
 from kept import keep  # noqa: E402
 
 
@@ -50,23 +50,19 @@ class Copy:
         subprocess.run(words, cwd=self._folder, stdin=stdin, stdout=subprocess.DEVNULL, check=True)
 
 
-def first_that_shows(program: Path, until: int) -> Optional[dict]:
+def first_that_shows(host: Host, program: Path, until: int) -> Optional[dict]:
     """The report of that life."""
     os.environ["KELVO_PWR"] = str(program)
-    for begin in range(1, until + 1, LIVES_PER_BOOT):
-        for report in play_seeds(begin, min(LIVES_PER_BOOT, until + 1 - begin)):
-            if report["detail"]:
-                return report
-    return None
+    return next((report for report in host.seeds(1, until) if report["detail"]), None)
 
 
-def row_of(copy: Copy, patch: Path, until: int) -> list[str]:
+def row_of(host: Host, copy: Copy, patch: Path, until: int) -> list[str]:
     title = patch.read_text().split("\n", 1)[0]
-    shown = first_that_shows(copy.broken(patch), until)
+    shown = first_that_shows(host, copy.broken(patch), until)
     if shown is None:
         return [title, f"none up to {until}", ""]
     os.environ["KELVO_PWR"] = str(copy.whole)
-    (without,) = play_seeds(shown["seed"], 1)
+    (without,) = host.seeds(shown["seed"], 1)
     if without["detail"]:
         sys.exit(f"life {shown['seed']} goes wrong without a break: {without['detail']}")
     return [title, str(shown["seed"]), shown["detail"].split("\n", 1)[0]]
@@ -74,20 +70,19 @@ def row_of(copy: Copy, patch: Path, until: int) -> list[str]:
 
 def main() -> int:
     parser = argparse.ArgumentParser(prog="plant", description=__doc__.split("\n", 1)[0])
-    parser.add_argument("--until", type=int, default=300, metavar="SEED", help="the last life")
+    parser.add_argument("--until", type=int, default=2000, metavar="SEED", help="the last life")
     parser.add_argument("--keep", action="store_true", help="write the results into the page")
     parser.add_argument("--work", type=Path, metavar="FOLDER", help="keep the copy and its build")
     parser.add_argument("patches", nargs="*", type=Path, help="default: all in tests/lives/breaks")
     words = parser.parse_args()
-    tool = ROOT / "build" / "release" / "tests" / "board" / "segment_tool"
-    os.environ.setdefault("SEGMENT_TOOL", str(tool))
+    host = Host(on_board=False)
     patches = words.patches or sorted((_HERE / "breaks").glob("*.patch"))
     rows = []
     try:
         with tempfile.TemporaryDirectory(prefix="plant-") as folder:
             copy = Copy(words.work.absolute() if words.work else Path(folder))
             for patch in patches:
-                rows.append(row_of(copy, patch.absolute(), words.until))
+                rows.append(row_of(host, copy, patch.absolute(), words.until))
                 print(" | ".join(rows[-1]), flush=True)
     except CannotRun as reason:
         print(reason, file=sys.stderr)

@@ -1,9 +1,10 @@
-"""Runs on the board: plays lives one after the other and reports each in a line of JSON.
+"""Plays lives one after the other, on the board or in a simulated world, and reports each in JSON.
 
     play.py seeds FIRST COUNT [BEGIN]
     play.py file PATH [BEGIN]
 
-BEGIN is the uptime in seconds at which the first life begins.
+BEGIN is the uptime in seconds at which the first life begins; without it a simulated one begins at
+its own.
 """
 
 import json
@@ -12,21 +13,27 @@ import sys
 import tempfile
 import traceback
 from pathlib import Path
+from typing import Optional
 
-sys.path.insert(0, str(Path(__file__).parent.parent / "board"))
+import life as lives
+from guest.board import wire
+from guest.clock import now
+from guest.segment import Records
+from observer import Mismatch
+from player import Player
+from world import SECOND, Undecided
 
-import life as lives  # noqa: E402
-from guest.clock import now, sleep_until  # noqa: E402
-from observer import Mismatch  # noqa: E402
-from player import Player  # noqa: E402
-from guest.segment import Records  # noqa: E402
-from world import SECOND, Undecided  # noqa: E402
+if "SIMULATOR" in os.environ:
+    import on_simulator as place
+else:
+    import on_board as place
 
 
-def play(life: dict, folder: Path, records: Records) -> dict:
+def play(life: dict, folder: Path, records: Records, begin: Optional[int]) -> dict:
+    place.begin(life, begin)
     begin = now() // SECOND
     verbose = "LIVES_VERBOSE" in os.environ
-    player = Player(life, folder, records, *([print] if verbose else []))
+    player = Player(life, folder, records, place, *([print] if verbose else []))
     if verbose:
         print(json.dumps(life))
     verdict, detail = "agreed", None
@@ -55,12 +62,13 @@ def main(words: list[str]) -> None:
         chosen = [lives.make(seed) for seed in range(int(first), int(first) + int(count))]
     else:
         chosen = [json.loads(Path(first).read_text())]
+    wire()
     records = Records()
-    if rest:
-        sleep_until(int(rest[0]) * SECOND)
+    begin = int(rest[0]) if rest else None
     folder = Path(tempfile.mkdtemp()) / "life"
     for life in chosen:
-        print("report " + json.dumps(play(life, folder, records)), flush=True)
+        print("report " + json.dumps(play(life, folder, records, begin)), flush=True)
+        begin = None
 
 
 main(sys.argv[1:])

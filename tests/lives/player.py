@@ -1,62 +1,44 @@
-"""Plays one life on the board, the model beside it."""
+"""Plays one life, the model beside it."""
 
 import os
 import shutil
-import time
 from contextlib import ExitStack
-from functools import cache
 from pathlib import Path
 
 import clients
 from guest.board import wire
-from guest.clock import now, sleep_until
+from guest.clock import now, set_wall_ahead, sleep_until
 from guest.lines import remove_chips
 from guest.process import Program, run
+from guest.segment import SEGMENT, Records
 from guest.stand_in import StandIns
 from model import Daemon
-from observer import Mismatch, Recorder, compare, equal, text_equal
-from guest.segment import Records
-from rig import PROGRAM, SEGMENT
-from world import MILLISECOND, SECOND, CommandTimes, World
+from observer import Mismatch, equal, text_equal
+from world import MILLISECOND, SECOND, World
+
+PROGRAM = os.environ["KELVO_PWR"]
 
 # Stimuli come 25 milliseconds into a tenth of the daemon's second: its ticks begin at 0,
 # the samples of a test stand at 10 and end at 0 of every 50. Where that is not enough,
 # because a test has moved the seconds, they wait until nothing is due so near.
 _INTO_TENTH = 25 * MILLISECOND
 _CLEAR = 5 * MILLISECOND
-# The board's second begins at .5 by the calendar. Off all multiples of 25 milliseconds,
+# The world's second begins at .5 by the calendar. Off all multiples of 25 milliseconds,
 # it never changes where the program looks at it.
 _CALENDAR = 12_500_000
 # Comparing now and then keeps a long wait within the tolerance, and within memory.
 _LONGEST_UNSEEN = 200
 
 
-def commands(seconds: int, status: int) -> StandIns:
-    return StandIns(then=f"sleep {seconds}; exit {status}")
-
-
-@cache
-def command_times() -> CommandTimes:
-    """Measured, for it differs from kernel to kernel."""
-    with commands(0, 0) as stand_ins:
-        for _ in range(2):  # The first takes longer than all others.
-            begin = now()
-            os.system("reboot")
-            end = now()
-        call = stand_ins.calls()[-1]
-    return CommandTimes(call.time - begin, end - begin)
-
-
 class Player:
-    def __init__(self, life: dict, folder: Path, records: Records, tell=lambda _: None):
+    def __init__(self, life: dict, folder: Path, records: Records, place, tell=lambda _: None):
         self.life = life
         self.records = records
+        self.place = place  # charges, and what can be seen
         self.tell = tell  # what happens, for a reader
         self.folder = folder
         self.program = None  # the daemon's process
         self.model = None  # and its model; both stay after its end, until looked at
-        self.seen_lines = 0
-        self.seen_calls = 0
         self.played = 0  # steps
 
     def play(self) -> None:
@@ -77,20 +59,19 @@ class Player:
         SEGMENT.unlink(missing_ok=True)
         remove_chips()
         self.board = wire()
-        command_times()
+        charges = self.place.charges()
         sleep_until((now() // SECOND + 1) * SECOND)
         life = self.life
         self.confs = [self.folder / f"{number}.conf" for number in range(2)]
         self.result_file = self.folder / "result.dat"
         paths = {"confs": [str(conf) for conf in self.confs], "result": str(self.result_file)}
-        self.world = World(life, now(), 0, paths, command_times())
+        self.world = World(life, now(), 0, paths, charges)
         self._set_wall(life["wall"] * SECOND)
         self._write_files()
         os.environ["TZ"] = life["zone"]
-        self.commands = self.open.enter_context(
-            commands(life["command_seconds"], life["command_status"])
-        )
-        self.trace = self.open.enter_context(Recorder(buffer_kilobytes=4096))
+        command = f"sleep {life['command_seconds']}; exit {life['command_status']}"
+        commands = self.open.enter_context(StandIns(then=command))
+        self.seen = self.open.enter_context(self.place.observer(self.tell, commands, self.records))
         for name in life["held"]:
             self.open.enter_context(self.board.chip.line(name).hold())
 
@@ -145,7 +126,7 @@ class Player:
             self._answered(argv, answer)
             return
         self.program = self.open.enter_context(Program(argv))
-        self.seen_lines = 0
+        self.seen.follow(self.program)
         self.world.now = self.program.started
         self.model = self.world.daemon = Daemon(self.world, self.life["words"], step["verbose"])
         self.world.settle()
@@ -220,18 +201,7 @@ class Player:
             self._await_end()
         elif self.program.returncode is not None:
             raise Mismatch(f"the daemon has ended\n  seen: {self.program.returncode}")
-        printed = self.program.lines[self.seen_lines :]
-        self.seen_lines += len(printed)
-        for line in printed:
-            self.tell(f"{line.time / SECOND:15.6f}    {line.stream}: {line.text}")
-        accesses = [
-            event
-            for event in self.trace.taken()
-            if event.process == self.program.pid and event.kind in ("read", "write")
-        ]
-        calls = self.commands.calls()[self.seen_calls :]
-        self.seen_calls += len(calls)
-        compare(self.world, printed, accesses, calls)
+        self.seen.compare(self.world)
 
     def _await_end(self) -> None:
         try:
@@ -241,6 +211,5 @@ class Player:
         equal("status of the daemon", self.model.ended, status)
 
     def _set_wall(self, nanoseconds: int) -> None:
-        offset = (nanoseconds - self.world.now) // SECOND * SECOND + _CALENDAR
-        time.clock_settime_ns(time.CLOCK_REALTIME, time.monotonic_ns() + offset)
-        self.world.offset = offset
+        self.world.offset = (nanoseconds - self.world.now) // SECOND * SECOND + _CALENDAR
+        set_wall_ahead(self.world.offset)

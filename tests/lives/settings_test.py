@@ -5,13 +5,12 @@ import subprocess
 import sys
 from pathlib import Path
 
-_ROOT = Path(__file__).resolve().parent.parent.parent
-sys.path[:0] = [str(Path(__file__).parent), str(_ROOT / "board")]
+sys.path.insert(0, str(Path(__file__).parent))
 
 import clients  # noqa: E402
 import life as lives  # noqa: E402
 from observer import equal, text_equal  # noqa: E402
-from world import SECOND, World  # noqa: E402
+from world import NO_CHARGES, SECOND, World  # noqa: E402
 
 
 def test_the_program_takes_what_the_model_takes(tmp_path):
@@ -27,7 +26,7 @@ def test_the_program_takes_what_the_model_takes(tmp_path):
 
 def _is_taken(life: dict, folder: Path, pairs: list) -> bool:
     confs, result = [str(folder / "0.conf"), str(folder / "1.conf")], folder / "result"
-    world = World(life, 40_000 * SECOND, 0, {"confs": confs, "result": str(result)}, None)
+    world = World(life, 40_000 * SECOND, 0, {"confs": confs, "result": str(result)}, NO_CHARGES)
     for path, settings in world.files():
         Path(path).write_text("".join(f"{name}={value}\n" for name, value in settings))
     result.unlink(missing_ok=True)

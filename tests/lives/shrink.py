@@ -1,13 +1,13 @@
 """Shortens a life that went wrong for as long as it still does."""
 
 from life import make
-from on_host import play_life
+from on_host import Host
 
-# Each try is a boot.
+# On the board each try is a boot.
 _TRIES = 40
 
 
-def shortest(report: dict) -> tuple:
+def shortest(host: Host, report: dict) -> tuple:
     """The shortest life found, and the report of its playing.
 
     Steps behind the one that showed it go first, then groups of steps, each half as
@@ -23,7 +23,7 @@ def shortest(report: dict) -> tuple:
             steps = best["steps"][:position] + best["steps"][position + size :]
             shorter = {**best, "steps": steps}
             tries += 1
-            new = play_life(shorter, report["begin"])
+            new = host.life(shorter, str(report["begin"]))
             if new["verdict"] == report["verdict"]:
                 best, last = {**shorter, "steps": steps[: new["steps"] + 1]}, new
             else:

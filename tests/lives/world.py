@@ -10,25 +10,29 @@ from settings import load
 SECOND = 10**9
 MILLISECOND = 10**6
 
-# What the board's virtual time charges. A look at the clock is documented; so is that
-# computing is free. The trace looks at the clock for each access that it records. The
-# rest is measured: what a short sleep adds, and a printed line, whose reader lets two
-# microseconds pass.
-CLOCK_READ = 256
-ACCESS = 256
-SHORT_SLEEP = 128
-PRINTED_LINE = 11 * 256
-
-# How far apart the model's time and the board's may be. Whatever would come out
-# differently within this distance cannot be decided and ends the life without a verdict.
-TOLERANCE = 100_000
-
 STATUS = ("count", "missingPower", "batteryEmpty", "batteryBad", "testing")
 REQUEST = ("runTest", "runTestNow", "duration")
 
 
 class Undecided(Exception):
     """Two answers are right, and which one comes hangs on less than the tolerance."""
+
+
+class Charges(NamedTuple):
+    """What the place where a life is played charges for what the program does, in nanoseconds."""
+
+    clock_read: int
+    access: int  # of a line
+    short_sleep: int  # added to one
+    printed_line: int
+    before_note: int  # of a shutdown command, or rather its stand-in
+    command: int  # all of it, but for the time that it sleeps
+    # How far apart the model's time and the place's may be. Whatever would come out differently
+    # within this distance cannot be decided and ends the life without a verdict.
+    tolerance: int
+
+
+NO_CHARGES = Charges(0, 0, 0, 0, 0, 0, 0)
 
 
 class Line(NamedTuple):
@@ -49,25 +53,28 @@ class Called(NamedTuple):
     name: str
 
 
-Expected = Union[Line, Access, Called]
+class Changed(NamedTuple):
+    time: int
+    field: str
+    value: int
 
 
-class CommandTimes(NamedTuple):
-    """What the board charges for a shutdown command, or rather its stand-in."""
+class Synced(NamedTuple):
+    time: int
 
-    before_note: int  # of its own time
-    whole: int
+
+Expected = Union[Line, Access, Called, Changed, Synced]
 
 
 class World:
     """The clocks, lines, files and the segment; and everything expected since last asked."""
 
-    def __init__(self, life: dict, now: int, offset: int, paths: dict, command: CommandTimes):
+    def __init__(self, life: dict, now: int, offset: int, paths: dict, charges: Charges):
         self.life = life
         self.now = now  # the monotonic clock
         self.offset = offset  # the calendar clock less the monotonic one
         self.paths = paths  # the configuration files and the result file
-        self.command = command
+        self.charges = charges
         self.zone = ZoneInfo(life["zone"])
         self.begin = now // SECOND
         self.inputs = {"PWR-IN": 0, "BAT-T1": 1}
@@ -118,12 +125,12 @@ class World:
 
     def printed(self, stream: str, *texts: str) -> None:
         self.expected.append(Line(self.now, stream, texts))
-        self.now += PRINTED_LINE
+        self.now += self.charges.printed_line
 
     def read(self, name: str) -> int:
         level = self.inputs[name]
         self.expected.append(Access(self.now, "read", name, level))
-        self.now += ACCESS
+        self.now += self.charges.access
         return level
 
     def write(self, name: str, level: int) -> None:
@@ -140,9 +147,10 @@ class World:
 
     def milliseconds(self) -> list[int]:
         """Both numbers when a boundary is near."""
-        first = (self.now - TOLERANCE) // MILLISECOND
-        last = (self.now + TOLERANCE) // MILLISECOND
-        self.now += CLOCK_READ
+        tolerance = self.charges.tolerance
+        first = (self.now - tolerance) // MILLISECOND
+        last = (self.now + tolerance) // MILLISECOND
+        self.now += self.charges.clock_read
         return list(range(first, last + 1))
 
     def passed_since(self, start: int, threshold: int) -> bool:
@@ -161,10 +169,11 @@ class World:
 
     def _same(self, answer, offset: int):
         time = self.now + offset
-        self.now += CLOCK_READ
-        if TOLERANCE < time % SECOND < SECOND - TOLERANCE:
+        self.now += self.charges.clock_read
+        tolerance = self.charges.tolerance
+        if tolerance <= time % SECOND < SECOND - tolerance:
             return answer(time)
-        early, late = answer(time - TOLERANCE), answer(time + TOLERANCE)
+        early, late = answer(time - tolerance), answer(time + tolerance)
         if early != late:
             raise Undecided
         return early

@@ -62,6 +62,7 @@ class World(ctypes.Structure):
         ("command_lasts", c_int64),
         ("command_ends", c_int64),
         ("command_status", c_int32),
+        ("command_owner", c_int32),
         ("command_holder", c_int32),
         ("stops_at_output", c_int32),
         ("has_calls", c_int32),

@@ -155,6 +155,7 @@ class Simulator:
         preloaded = [os.environ["SIMULATOR"], environment.get("LD_PRELOAD", "")]
         environment["LD_PRELOAD"] = ":".join(filter(None, preloaded))
         environment["SIMULATED"] = ",".join(map(str, descriptors))
+        self.shared.horizon = self.shared.now - 1
         with theirs:
             popen = subprocess.Popen(
                 argv,
@@ -167,7 +168,6 @@ class Simulator:
                 **streams,
             )
         process = Process(popen, ours, outputs)
-        self.shared.horizon = self.shared.now - 1
         self._listen(process)
         return process
 
@@ -203,7 +203,7 @@ class Simulator:
         for line in self.shared.line[: self.shared.lines]:
             if line.holder == process.pid:
                 line.holder, line.driven = 0, -1
-        if self.shared.command_holder:
+        if self.shared.command_holder and self.shared.command_owner == process.pid:
             holder = os.pidfd_open(self.shared.command_holder)
             self._orphans.append((self.shared.command_ends, holder))
             self.shared.command_holder = 0

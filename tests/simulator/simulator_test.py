@@ -191,6 +191,7 @@ def test_commands_take_their_time_and_keep_the_lock(daemon, board):
         begin = program.wait_for_line("Execute: reboot", within=100).time
         assert [(call.name, call.time) for call in commands.calls()] == [("reboot", begin)]
         program.send(signal.SIGINT)  # Ignored for the time being.
+        assert run([PROGRAM, "--run-test"]).status == 0  # Another process's end changes nothing.
         sleep_until(begin + 10 * SECOND)
         program.send(signal.SIGTERM)
         assert texts(program)[-1] == "Interrupted with signal: 15"

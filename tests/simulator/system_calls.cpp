@@ -138,6 +138,7 @@ int system(const char* command)
     sigaction(SIGQUIT, &ignored, &quit);
     if (world->commandLasts > 0) {
       world->commandEnds = world->now + world->commandLasts;
+      world->commandOwner = getpid();
       world->commandHolder = startHolder();
       sleepUntil(world->commandEnds);
       endHolder();

@@ -31,6 +31,7 @@ const unsigned char* segment = nullptr;
 unsigned char lastStatus[sizeof(KelvoPowerStatus_struct)];
 unsigned char lastRequest[sizeof(KelvoPowerRequest_struct)];
 bool hasPrinted = false;
+bool isAsking = false;
 std::int64_t printed[3] = {};
 
 struct Field {
@@ -91,6 +92,8 @@ void ask(std::int64_t wake)
   const int error = errno;
   const std::int64_t message[] = {wake, hasPrinted ? 1 : 0};
   hasPrinted = false;
+  // From here on a signal may come.
+  isAsking = true;
   send(player, message, sizeof message, MSG_NOSIGNAL);
   char answer = 0;
   ssize_t bytes = 0;
@@ -99,7 +102,7 @@ void ask(std::int64_t wake)
   if (bytes != 1) {
     _exit(0);  // Nobody plays any more.
   }
-  // What others have changed meanwhile is not this process's doing.
+  isAsking = false;
   takeRecordsAsTheyAre();
   errno = error;
 }
@@ -180,6 +183,11 @@ void lookAtRecords()
 {
   if (segment == nullptr || world->statusOffset == 0) {
     return;
+  }
+  if (isAsking) {
+    // In a handler. What others have changed meanwhile is not this process's doing.
+    isAsking = false;
+    takeRecordsAsTheyAre();
   }
   const unsigned char* const status = segment + world->statusOffset;
   const unsigned char* const request = segment + world->requestOffset;

@@ -76,6 +76,7 @@ struct World {
   std::int64_t commandLasts;
   std::int64_t commandEnds;
   std::int32_t commandStatus;
+  std::int32_t commandOwner;   ///< The process that waits for it.
   std::int32_t commandHolder;  ///< Has what a running command inherits; 0: none runs.
   std::int32_t stopsAtOutput;  ///< The next sleep after a printed line waits for its player.
   std::int32_t hasCalls;       ///< The calls of the system are recorded, too.

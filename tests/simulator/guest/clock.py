@@ -22,6 +22,11 @@ def set_wall(seconds: float) -> None:
     simulator().wall = round(seconds * _SECOND)
 
 
+def set_wall_ahead(nanoseconds: int) -> None:
+    """Sets the calendar clock so far ahead of the monotonic one."""
+    simulator().shared.wall = nanoseconds
+
+
 def sleep_until(monotonic_nanoseconds: int) -> None:
     """What is due at that instant is done, too. Returns at once when that time has passed."""
     if monotonic_nanoseconds >= simulator().now:

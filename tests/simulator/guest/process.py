@@ -41,13 +41,17 @@ class Program:
                 self._append(self.ended, stream, None)
         return self._lines
 
+    def text(self, stream: str, begin: int = 0, end: Optional[int] = None) -> str:
+        """These bytes of a stream."""
+        return self._process.output(stream, begin, end).decode(errors="backslashreplace")
+
     @property
     def stdout(self) -> str:
-        return self._process.output("stdout").decode(errors="backslashreplace")
+        return self.text("stdout")
 
     @property
     def stderr(self) -> str:
-        return self._process.output("stderr").decode(errors="backslashreplace")
+        return self.text("stderr")
 
     @property
     def ended(self) -> Optional[int]:

@@ -30,6 +30,12 @@ class Record:
         _collect()
         return list(self._events)
 
+    def taken(self) -> list[Event]:
+        """Hands out each event once."""
+        _collect()
+        events, self._events = self._events, []
+        return events
+
     def clear(self) -> None:
         _collect()
         self._events.clear()
@@ -70,9 +76,8 @@ def _collect() -> None:
     for event in simulator().taken():
         if event.kind == "printed":
             _printed.setdefault(event.process, []).append(event)
-        else:
-            for record in _records:
-                record.add(event)
+        for record in _records:
+            record.add(event)
 
 
 def _choose() -> None:
