@@ -8,6 +8,7 @@ after the one before, in which tenth of that second, and what is done then.
 import random
 from datetime import datetime, timezone
 
+import accidents
 import oddities
 
 _SHUTDOWN_WAITS = (0, 5, 14, 15, 16, 17, 19, 20, 30, 120)
@@ -17,7 +18,7 @@ _PERIODS = (0, 5, 20, 60, 60, 600, 3600, 86_400, 1_209_600, (1 << 32) - 1)
 _UPTIMES = (0, 5, 60, 590, 599, 600, 3_000, 65_000, 70_000, 4_000_000)
 
 
-def make(seed: int) -> dict:
+def make(seed: int, is_simulated: bool) -> dict:
     choose = random.Random(seed)
     wall = _wall(choose)
     zone = choose.choice(("UTC", "Europe/Berlin", "Asia/Tokyo", "America/New_York"))
@@ -36,6 +37,8 @@ def make(seed: int) -> dict:
     }
     oddities.add(life)
     life["uptime"] = random.Random(f"uptime of {seed}").choice(_UPTIMES)
+    if is_simulated:
+        accidents.add(life)
     return life
 
 

@@ -12,7 +12,11 @@ from guest.segment import Records
 from guest.stand_in import StandIns
 from guest.trace import Trace
 from observer import Mismatch, access, difference, equal
+from player import Player
 from world import SECOND, Access, Called, Charges, Line, World
+
+__all__ = ["IS_SIMULATED", "Player", "begin", "charges", "observer"]
+IS_SIMULATED = False
 
 _TOLERANCE = 100_000
 

@@ -9,6 +9,8 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from typing import Iterator
 
+import life
+
 ROOT = Path(__file__).resolve().parent.parent.parent
 _PLAY = ["/usr/bin/python3", "-B", str(ROOT / "tests" / "lives" / "play.py")]
 # A boot costs as much as a few lives; a stuck one costs the lives that it was to play. To start a
@@ -38,6 +40,9 @@ class Host:
         ):
             os.environ.setdefault(name, str(file))
 
+    def make(self, seed: int) -> dict:
+        return life.make(seed, not self._on_board)
+
     def seeds(self, first: int, count: int) -> Iterator[dict]:
         """The reports of lives in their order; simulated ones on all processors."""
         size = _LIVES_PER_BOOT if self._on_board else _LIVES_PER_PLAYER
@@ -57,7 +62,7 @@ class Host:
         reports = list(self._run(*kind, *([begin] if begin else []), verbose=verbose))
         return reports[0] if reports else _lost(source)
 
-    def life(self, life: dict, begin: str) -> dict:
+    def play(self, life: dict, begin: str) -> dict:
         with tempfile.NamedTemporaryFile("w", suffix=".json") as file:
             json.dump(life, file)
             file.flush()

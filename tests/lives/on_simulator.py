@@ -11,7 +11,23 @@ from guest.segment import Records
 from guest.stand_in import StandIns
 from observer import Mismatch, access, difference
 from simulator import simulator
-from world import NO_CHARGES, SECOND, Access, Called, Changed, Charges, Expected, Line, Synced, World
+from simulated_player import SimulatedPlayer as Player
+from world import (
+    NO_CHARGES,
+    SECOND,
+    Access,
+    Called,
+    Changed,
+    Charges,
+    Expected,
+    Line,
+    Saved,
+    Synced,
+    World,
+)
+
+__all__ = ["IS_SIMULATED", "Player", "begin", "charges", "observer"]
+IS_SIMULATED = True
 
 _FIELDS = list(FIELDS)
 
@@ -33,7 +49,7 @@ class observer:
         self._program = None
 
     def __enter__(self) -> "observer":
-        self._record = Record("read", "write", "field", "printed", "command", "sync")
+        self._record = Record("read", "write", "field", "printed", "command", "sync", "saved")
         return self
 
     def __exit__(self, *_) -> None:
@@ -62,6 +78,8 @@ class observer:
                 yield from self._lines(event.time, event.subject, event.value)
             elif event.kind == "command":
                 yield Called(event.time, event.value)
+            elif event.kind == "saved":
+                yield Saved(event.time, event.value)
             else:
                 yield Synced(event.time)
 
@@ -107,4 +125,6 @@ def _words(one) -> Optional[str]:
         return f"the command {one.name}"
     if isinstance(one, Changed):
         return f"{one.field} as {one.value}"
+    if isinstance(one, Saved):
+        return f"{one.file} written"
     return one and "a sync"

@@ -20,7 +20,6 @@ from guest.board import wire
 from guest.clock import now
 from guest.segment import Records
 from observer import Mismatch
-from player import Player
 from world import SECOND, Undecided
 
 if "SIMULATOR" in os.environ:
@@ -33,7 +32,7 @@ def play(life: dict, folder: Path, records: Records, begin: Optional[int]) -> di
     place.begin(life, begin)
     begin = now() // SECOND
     verbose = "LIVES_VERBOSE" in os.environ
-    player = Player(life, folder, records, place, *([print] if verbose else []))
+    player = place.Player(life, folder, records, place, *([print] if verbose else []))
     if verbose:
         print(json.dumps(life))
     verdict, detail = "agreed", None
@@ -59,7 +58,7 @@ def main(words: list[str]) -> None:
     kind, first, *rest = words
     if kind == "seeds":
         count, *rest = rest
-        chosen = [lives.make(seed) for seed in range(int(first), int(first) + int(count))]
+        chosen = [lives.make(seed, place.IS_SIMULATED) for seed in range(int(first), int(first) + int(count))]
     else:
         chosen = [json.loads(Path(first).read_text())]
     wire()

@@ -6,7 +6,7 @@ from contextlib import ExitStack
 from pathlib import Path
 
 import clients
-from guest.board import wire
+from guest.board import Board, wire
 from guest.clock import now, set_wall_ahead, sleep_until
 from guest.lines import remove_chips
 from guest.process import Program, run
@@ -39,6 +39,7 @@ class Player:
         self.folder = folder
         self.program = None  # the daemon's process
         self.model = None  # and its model; both stay after its end, until looked at
+        self.calendar = life.get("calendar", _CALENDAR)
         self.played = 0  # steps
 
     def play(self) -> None:
@@ -58,7 +59,7 @@ class Player:
         self.folder.mkdir()
         SEGMENT.unlink(missing_ok=True)
         remove_chips()
-        self.board = wire()
+        self.board = self._wired()
         charges = self.place.charges()
         sleep_until((now() // SECOND + 1) * SECOND)
         life = self.life
@@ -74,6 +75,9 @@ class Player:
         self.seen = self.open.enter_context(self.place.observer(self.tell, commands, self.records))
         for name in life["held"]:
             self.open.enter_context(self.board.chip.line(name).hold())
+
+    def _wired(self) -> Board:
+        return wire()
 
     def _write_files(self) -> None:
         for conf, pairs in self.world.files():
@@ -128,7 +132,9 @@ class Player:
         self.program = self.open.enter_context(Program(argv))
         self.seen.follow(self.program)
         self.world.now = self.program.started
-        self.model = self.world.daemon = Daemon(self.world, self.life["words"], step["verbose"])
+        triggers = [dict(step["fault"])] if "fault" in step else []
+        self.model = Daemon(self.world, self.life["words"], step["verbose"], triggers)
+        self.world.daemon = self.model
         self.world.settle()
         sleep_until(now() + MILLISECOND)
 
@@ -211,5 +217,5 @@ class Player:
         equal("status of the daemon", self.model.ended, status)
 
     def _set_wall(self, nanoseconds: int) -> None:
-        self.world.offset = (nanoseconds - self.world.now) // SECOND * SECOND + _CALENDAR
+        self.world.offset = (nanoseconds - self.world.now) // SECOND * SECOND + self.calendar
         set_wall_ahead(self.world.offset)

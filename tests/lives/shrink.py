@@ -1,6 +1,5 @@
 """Shortens a life that went wrong for as long as it still does."""
 
-from life import make
 from on_host import Host
 
 # On the board each try is a boot.
@@ -13,7 +12,7 @@ def shortest(host: Host, report: dict) -> tuple:
     Steps behind the one that showed it go first, then groups of steps, each half as
     large as the last. What a shorter life shows may be another thing than the longer one.
     """
-    life = make(report["seed"])
+    life = host.make(report["seed"])
     best = {**life, "steps": life["steps"][: report["steps"] + 1]}
     last, tries = report, 0
     size = max(len(best["steps"]) // 2, 1)
@@ -23,7 +22,7 @@ def shortest(host: Host, report: dict) -> tuple:
             steps = best["steps"][:position] + best["steps"][position + size :]
             shorter = {**best, "steps": steps}
             tries += 1
-            new = host.life(shorter, str(report["begin"]))
+            new = host.play(shorter, str(report["begin"]))
             if new["verdict"] == report["verdict"]:
                 best, last = {**shorter, "steps": steps[: new["steps"] + 1]}, new
             else:

@@ -17,7 +17,6 @@ from time import monotonic
 sys.path.append(str(Path(__file__).resolve().parent.parent / "docs"))
 
 from kept import keep  # noqa: E402
-from life import make  # noqa: E402
 from on_host import CannotRun, Host  # noqa: E402
 from shrink import shortest  # noqa: E402
 
@@ -64,7 +63,7 @@ def soak(host: Host, first: int, count: int, is_kept: bool) -> int:
 
 def show(host: Host, report: dict) -> None:
     """A life that went wrong: where, and the shortest that still does."""
-    steps = [*make(report["seed"])["steps"], "the status at the end"]
+    steps = [*host.make(report["seed"])["steps"], "the status at the end"]
     print(f"life {report['seed']}: {report['verdict']}")
     print(f"  step {report['steps']}: {steps[report['steps']]}")
     print(f"  {report['detail']}")

@@ -1,6 +1,5 @@
 """What the model knows: the board around the program, and what it expects to be seen."""
 
-import math
 from datetime import datetime
 from typing import NamedTuple, Optional, Union
 from zoneinfo import ZoneInfo
@@ -35,6 +34,10 @@ class Charges(NamedTuple):
 NO_CHARGES = Charges(0, 0, 0, 0, 0, 0, 0)
 
 
+class LineError(Exception):
+    """What the line library throws."""
+
+
 class Line(NamedTuple):
     time: int
     stream: str
@@ -63,7 +66,12 @@ class Synced(NamedTuple):
     time: int
 
 
-Expected = Union[Line, Access, Called, Changed, Synced]
+class Saved(NamedTuple):
+    time: int
+    file: str
+
+
+Expected = Union[Line, Access, Called, Changed, Synced, Saved]
 
 
 class World:
@@ -78,18 +86,23 @@ class World:
         self.zone = ZoneInfo(life["zone"])
         self.begin = now // SECOND
         self.inputs = {"PWR-IN": 0, "BAT-T1": 1}
-        # Where a line stands that nobody drives: on the wrong side.
-        self.pulls = {"BAT-T2": 1, "BAT-SW": 0}
-        self.holders = {name: "another" for name in life["held"]}
+        self.is_coupled = life.get("coupled", False)
+        # Where a line stands that nobody drives: on the wrong side, if that does nothing else.
+        self.pulls = {"BAT-T2": 0, "BAT-SW": 1} if self.is_coupled else {"BAT-T2": 1, "BAT-SW": 0}
+        # Lines of the same names on chips that are searched before and behind.
+        self.before, self.behind = life.get("before", {}), life.get("behind", {})
+        self.is_unplugged = False
+        self.holders = {(name, None): "another" for name in life["held"]}
         self.result_file: Optional[str] = life["result"]
         self.segment: Optional[dict[str, int]] = None
         self.daemon = None
         self.locked_until: float = 0  # by a shutdown command that outlives its daemon
         self.expected: list[Expected] = []
 
-    def advance(self, until: int) -> None:
-        """Lets the daemon live until then."""
-        while self.daemon is not None and self.daemon.wake <= until:
+    def advance(self, until: int, before: bool = False) -> None:
+        """Lets the daemon live until then; `before`: what is due just then is still to be done."""
+        horizon = until - 1 if before else until
+        while self.daemon is not None and self.daemon.wake <= horizon:
             self.now = self.daemon.wake
             self.daemon.resume()
         self.now = max(self.now, until)
@@ -127,18 +140,36 @@ class World:
         self.expected.append(Line(self.now, stream, texts))
         self.now += self.charges.printed_line
 
-    def read(self, name: str) -> int:
-        level = self.inputs[name]
+    def find(self, name: str):
+        """Where the program finds a line: None on the board's own chip, else a chip's lines."""
+        if name in self.before:
+            return "before"
+        if not self.is_unplugged and (name in self.inputs or name in self.pulls):
+            return None
+        return "behind" if name in self.behind else "nowhere"
+
+    def read(self, name: str, chip) -> int:
+        if chip is not None:
+            level = getattr(self, chip)[name]
+        elif self.is_unplugged:
+            raise LineError
+        else:
+            level = self.level(name)
         self.expected.append(Access(self.now, "read", name, level))
         self.now += self.charges.access
         return level
 
-    def write(self, name: str, level: int) -> None:
+    def write(self, name: str, chip, level: int) -> None:
+        if chip is None and self.is_unplugged:
+            raise LineError
         self.expected.append(Access(self.now, "write", name, level))
 
     def level(self, name: str) -> int:
+        """On the board's own chip."""
+        if name == "PWR-IN" and self.is_coupled and self.level("BAT-T2") == 1:
+            return 1
         driven = self.daemon.driven if self.daemon is not None else {}
-        return driven.get(name, self.pulls.get(name, self.inputs.get(name)))
+        return driven.get((name, None), self.pulls.get(name, self.inputs.get(name)))
 
     # Clocks.
 
@@ -179,6 +210,7 @@ class World:
         return early
 
     def locked(self) -> bool:
-        if not math.isinf(self.locked_until) and abs(self.locked_until - self.now) < SECOND // 100:
+        is_near = abs(self.locked_until - self.now) < SECOND // 100
+        if self.charges.tolerance and is_near:
             raise Undecided
         return self.daemon is not None or self.now < self.locked_until

@@ -4,9 +4,9 @@ import ctypes
 import struct
 from ctypes import c_char, c_int32, c_int64, c_ubyte, c_uint32, c_uint64
 
-KINDS = "read write input output release field printed command sync call".split()
+KINDS = "read write input output release field printed command sync saved call".split()
 # The kinds whose events have a text, not a number.
-TEXTS = KINDS.index("command"), KINDS.index("call")
+TEXTS = tuple(KINDS.index(kind) for kind in ("command", "saved", "call"))
 EVENT = struct.Struct("=qHHi24s")
 NUMBER = struct.Struct("=q16x")
 
@@ -34,7 +34,7 @@ class Trigger(ctypes.Structure):
         ("signal", c_int32),
         ("line", c_int32),
         ("level", c_int32),
-        ("unused", c_int32),
+        ("process", c_int32),
         ("wall_step", c_int64),
         ("slept", c_int64),
     ]

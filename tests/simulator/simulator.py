@@ -47,7 +47,7 @@ class Event(NamedTuple):
     """`subject` is the number of a line, the name of a field or of a stream, or None.
 
     `value` is a level, the value of a field, how many bytes have been printed, or a text: of a
-    command, or of a call where these are recorded.
+    command, of a file that is written, or of a call where these are recorded.
     """
 
     time: int
@@ -229,13 +229,16 @@ class Simulator:
         wall_step: int = 0,
         slept: int = 0,
         after: bool = False,
+        process: int = 0,
     ):
-        """From the n-th such call from now on; returns what tells how many `times` are left."""
+        """From the n-th such call from now on, of one process or all of them; returns what tells how
+        many `times` are left.
+        """
         trigger = self.shared.trigger[self.shared.triggers]
         trigger.call, trigger.skips, trigger.times = call.encode(), nth - 1, times
         trigger.is_after, trigger.error, trigger.signal = after, error, number
         trigger.line, trigger.level = line, level
-        trigger.wall_step, trigger.slept = wall_step, slept
+        trigger.wall_step, trigger.slept, trigger.process = wall_step, slept, process
         self.shared.triggers += 1
         return trigger
 

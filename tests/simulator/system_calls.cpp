@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 
@@ -31,6 +32,12 @@ timespec timespecOf(std::int64_t nanoseconds)
   return {nanoseconds / second, nanoseconds % second};
 }
 
+const char* lastPart(const char* path)
+{
+  const char* const slash = std::strrchr(path, '/');
+  return slash == nullptr ? path : slash + 1;
+}
+
 std::int64_t readClock(bool isWall)
 {
   const std::int64_t time = isWall ? world->now + world->wall : world->now;
@@ -41,8 +48,12 @@ std::int64_t readClock(bool isWall)
 FILE* openStream(const char* function, const char* path, const char* mode)
 {
   step("fopen", path);
-  return make<FILE*>("fopen", nullptr,
-                     [&] { return next<FILE*(const char*, const char*)>(function)(path, mode); });
+  return make<FILE*>("fopen", nullptr, [&] {
+    if (world != nullptr && mode[0] == 'w') {
+      record(Kind::saved, lastPart(path));
+    }
+    return next<FILE*(const char*, const char*)>(function)(path, mode);
+  });
 }
 
 /// Stands for the command, which has the lock as long as it runs, even when the program has ended.
@@ -72,9 +83,8 @@ void endHolder()
 void step(const char* call, const char* path)
 {
   if (world != nullptr && world->hasCalls != 0) {
-    const char* const slash = std::strrchr(path, '/');
     char text[64];
-    std::snprintf(text, sizeof text, "%s %s", call, slash == nullptr ? path : slash + 1);
+    std::snprintf(text, sizeof text, "%s %s", call, lastPart(path));
     record(Kind::call, text);
   }
 }
@@ -192,7 +202,17 @@ void exit(int status)
     pullTriggers("exit", false);
   }
   next<void(int)>("exit")(status);
-  std::abort();
+  std::_Exit(status);
+}
+
+void abort()
+{
+  if (world != nullptr) {
+    lookAtRecords();
+    lookAtOutput();
+  }
+  next<void()>("abort")();
+  std::_Exit(1);
 }
 
 // What is passed on.

@@ -230,6 +230,7 @@ int pullTriggers(const char* call, bool isAfter)
   for (int i = 0; i < world->triggers; ++i) {
     Trigger& trigger = world->trigger[i];
     if (trigger.times == 0 || (trigger.isAfter != 0) != isAfter ||
+        (trigger.process != 0 && trigger.process != process) ||
         std::strcmp(trigger.call, call) != 0) {
       continue;
     }

@@ -27,7 +27,7 @@ struct Trigger {
   std::int32_t signal;   ///< Is raised, unless 0.
   std::int32_t line;     ///< Is pulled to `level`, unless -1.
   std::int32_t level;
-  std::int32_t unused;
+  std::int32_t process;   ///< Only in this one, unless 0.
   std::int64_t wallStep;  ///< By how much the calendar is set, in nanoseconds.
   std::int64_t slept;     ///< How long a sleep lasts that then fails, in nanoseconds.
 };
@@ -42,6 +42,7 @@ enum class Kind : std::uint16_t {
   printed,
   command,
   sync,
+  saved,
   call
 };
 
