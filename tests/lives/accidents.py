@@ -49,8 +49,13 @@ def _insert(choose: random.Random, steps: list, step: dict) -> None:
 
 
 def _fault_at_start(choose: random.Random) -> dict:
-    if choose.random() < 0.2:
-        return {"call": "shm_open", "nth": 1, "error": errno.EACCES}
+    if choose.random() < 0.4:
+        # A signal before anything is read.
+        kinds = (
+            {"call": "shm_open", "nth": 1, "error": errno.EACCES},
+            {"call": "fopen", "nth": 1, "signal": choose.choice((2, 15))},
+        )
+        return choose.choice(kinds)
     return {"call": "request_line", "nth": choose.randrange(1, 5), "error": errno.EIO}
 
 

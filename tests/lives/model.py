@@ -48,6 +48,7 @@ class Daemon:
         self.triggers = list(triggers)  # see accidents
         self.lines: dict[str, object] = {}  # the chip of each line that it has found
         self.driven: dict[tuple, int] = {}  # the levels of the outputs that it has requested
+        self.fields = None  # the records, once it has them
         self.handled: set[int] = set()  # signals whose handler runs
         self.ended = None
         self.command_ends = None  # while the shutdown command runs
@@ -98,7 +99,7 @@ class Daemon:
         self.handled.add(number)
         world.printed("stdout", f"Interrupted with signal: {number}")
         status = 0
-        if world.segment["testing"] == 1:
+        if self.fields is not None and self.fields["testing"] == 1:
             world.printed("stdout", "Interrupted while doing battery test")
             try:
                 if not any(name == "BAT-T2" for name, _ in self.driven):
@@ -137,6 +138,7 @@ class Daemon:
 
     def _life(self, words, verbose: bool) -> Iterator[int]:
         world = self.world
+        self._at("fopen")
         values, stdout, stderr = world.load(words)
         for text in stdout:
             world.printed("stdout", text)

@@ -53,9 +53,10 @@ def begin(_: dict, uptime: Optional[int]) -> None:
 class observer:
     """What a daemon does, compared stream by stream; usable in a `with` statement."""
 
-    def __init__(self, tell, commands: StandIns, _: Records):
+    def __init__(self, tell, commands: StandIns, _: Records, story: list):
         self._tell = tell
         self._commands = commands
+        self._story = story
         self._program = None
         self._seen_lines = self._seen_calls = 0
         self._open = ExitStack()
@@ -76,6 +77,7 @@ class observer:
         self._seen_lines += len(printed)
         for line in printed:
             self._tell(f"{line.time / SECOND:15.6f}    {line.stream}: {line.text}")
+        self._story.extend((line.time, line.stream, line.text) for line in printed)
         expected = world.taken()
         for stream in ("stdout", "stderr"):
             _lines(
@@ -88,11 +90,13 @@ class observer:
             for event in self._trace.taken()
             if event.process == self._program.pid and event.kind in ("read", "write")
         ]
+        self._story.extend(event[:4] for event in accesses)
         last = _accesses([one for one in expected if isinstance(one, Access)], accesses)
         if world.daemon is not None:
             world.daemon.shift(last)
         calls = self._commands.calls()[self._seen_calls :]
         self._seen_calls += len(calls)
+        self._story.extend((call.time, "called", call.name) for call in calls)
         called = [one for one in expected if isinstance(one, Called)]
         equal("commands run", [one.name for one in called], [call.name for call in calls])
         for one, call in zip(called, calls):

@@ -58,7 +58,7 @@ class Host:
 
     def file(self, source, begin: str, verbose: bool = False) -> dict:
         """`source` is a seed or the path of a life; `begin` an uptime, or empty for its own."""
-        kind = ["seeds", source, "1"] if str(source).isdigit() else ["file", str(source)]
+        kind = ["seeds", str(source), "1"] if str(source).isdigit() else ["file", str(source)]
         reports = list(self._run(*kind, *([begin] if begin else []), verbose=verbose))
         return reports[0] if reports else _lost(source)
 

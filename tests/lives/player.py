@@ -27,7 +27,7 @@ _CLEAR = 5 * MILLISECOND
 # it never changes where the program looks at it.
 _CALENDAR = 12_500_000
 # Comparing now and then keeps a long wait within the tolerance, and within memory.
-_LONGEST_UNSEEN = 200
+LONGEST_UNSEEN = 200
 
 
 class Player:
@@ -41,6 +41,8 @@ class Player:
         self.model = None  # and its model; both stay after its end, until looked at
         self.calendar = life.get("calendar", _CALENDAR)
         self.played = 0  # steps
+        self.story: list[tuple] = []  # what was seen on the board, by its times
+        self.moments: list[int] = []  # when each step was done
 
     def play(self) -> None:
         """Raises Mismatch, or Undecided when no verdict is possible from there on."""
@@ -48,6 +50,7 @@ class Player:
             self._prepare()
             for step in self.life["steps"]:
                 self._wait(step)
+                self.moments.append(now())
                 self.tell(f"{now() / SECOND:15.6f}  {step}")
                 getattr(self, f"_{step['do']}")(step)
                 self._look({})
@@ -67,12 +70,14 @@ class Player:
         self.result_file = self.folder / "result.dat"
         paths = {"confs": [str(conf) for conf in self.confs], "result": str(self.result_file)}
         self.world = World(life, now(), 0, paths, charges)
-        self._set_wall(life["wall"] * SECOND)
+        self._set_wall(life["wall"] - now() // SECOND)
         self._write_files()
         os.environ["TZ"] = life["zone"]
         command = f"sleep {life['command_seconds']}; exit {life['command_status']}"
         commands = self.open.enter_context(StandIns(then=command))
-        self.seen = self.open.enter_context(self.place.observer(self.tell, commands, self.records))
+        self.seen = self.open.enter_context(
+            self.place.observer(self.tell, commands, self.records, self.story)
+        )
         for name in life["held"]:
             self.open.enter_context(self.board.chip.line(name).hold())
 
@@ -88,10 +93,10 @@ class Player:
 
     def _wait(self, step: dict) -> None:
         left = step["after"]
-        while left > _LONGEST_UNSEEN:
-            self._pass_time(self._moment(_LONGEST_UNSEEN, 5))
+        while left > LONGEST_UNSEEN:
+            self._pass_time(self._moment(LONGEST_UNSEEN, 5))
             self._check()
-            left -= _LONGEST_UNSEEN
+            left -= LONGEST_UNSEEN
         if left > 1:
             self._pass_time(self._moment(left - 1, step["tenth"]))
             self._check()
@@ -170,7 +175,7 @@ class Player:
                 self._await_end()
 
     def _wall(self, step: dict) -> None:
-        self._set_wall(self.world.now + self.world.offset + step["by"] * SECOND)
+        self._set_wall(self.world.offset // SECOND + step["by"])
 
     def _result(self, step: dict) -> None:
         self.world.result_file = step["text"]
@@ -193,6 +198,7 @@ class Player:
 
     def _answered(self, argv: list, answer: clients.Answer) -> None:
         result = run(argv)
+        self.story.append((now(), "answered", *result))
         shown = " ".join(argv[1:])
         self.tell(f"{now() / SECOND:15.6f}    {shown}: {result}")
         text_equal(f"standard output of {shown}", answer.stdout, result.stdout)
@@ -216,6 +222,6 @@ class Player:
             raise Mismatch(str(problem)) from None
         equal("status of the daemon", self.model.ended, status)
 
-    def _set_wall(self, nanoseconds: int) -> None:
-        self.world.offset = (nanoseconds - self.world.now) // SECOND * SECOND + self.calendar
+    def _set_wall(self, seconds_ahead: int) -> None:
+        self.world.offset = seconds_ahead * SECOND + self.calendar
         set_wall_ahead(self.world.offset)

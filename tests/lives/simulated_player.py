@@ -1,11 +1,17 @@
 """Plays a life with what only a simulated world can let happen."""
 
+import re
+
 from guest.board import Board, wire
 from guest.clock import now
 from guest.lines import make_chip
+from guest.record import Record
+from observer import equal
 from player import Player
 from simulator import simulator
 from world import SECOND
+
+_LOCKS = re.compile("flock|open kelvo-pwr.lock")
 
 
 class SimulatedPlayer(Player):
@@ -43,23 +49,34 @@ class SimulatedPlayer(Player):
             return
         simulator().forget_triggers()
         if "fault" in step:
-            simulator().trigger(**step["fault"])
+            self._arm(step["fault"], 0)
         super()._start(step)
         if "fault" in step:
             simulator().forget_triggers()
             self.model.triggers.clear()
 
     def _trigger(self, step: dict) -> None:
-        if self.world.daemon is None:
-            return
-        self.world.daemon.triggers.append(dict(step))
+        if self.world.daemon is not None:
+            self.world.daemon.triggers.append(dict(step))
+            self._arm(step, self.program.pid)
+
+    def _arm(self, step: dict, process: int) -> None:
         given = {name: step[name] for name in ("nth", "times", "error", "slept") if name in step}
         given["after"] = step.get("behind", False)
         given["number"] = step.get("signal", 0)
         if "line" in step:
             given["line"] = self.board.chip.line(step["line"]).number
             given["level"] = step["level"]
-        simulator().trigger(step["call"], **given, process=self.program.pid)
+        simulator().trigger(step["call"], **given, process=process)
+
+    def _client(self, step: dict) -> None:
+        """It has nothing to do with the daemon's lock."""
+        with Record("call") as record:
+            simulator().shared.has_calls = 1
+            super()._client(step)
+            simulator().shared.has_calls = 0
+            calls = [event.value for event in record.events()]
+        equal("calls for the lock", [], [call for call in calls if _LOCKS.match(call)])
 
     def _unplug(self, _: dict) -> None:
         self.board.chip.remove()

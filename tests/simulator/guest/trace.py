@@ -12,6 +12,14 @@ class Trace:
         self._record = Record("write" if writes_only else "read", "write", "input", "output")
 
     def events(self) -> list[Event]:
+        return self._named(self._record.events())
+
+    def taken(self) -> list[Event]:
+        """Hands out each event once."""
+        return self._named(self._record.taken())
+
+    @staticmethod
+    def _named(events: list) -> list[Event]:
         return [
             Event(
                 event.time,
@@ -20,7 +28,7 @@ class Trace:
                 event.value if event.kind in ("read", "write") else None,
                 event.process,
             )
-            for event in self._record.events()
+            for event in events
         ]
 
     def writes(self, line: str) -> list[tuple[int, int]]:
