@@ -1,7 +1,4 @@
-"""The steps of the entry point, in their order: what it prints and what it asks of the system.
-
-Runs with a /dev/shm and a /run of its own: a daemon on this machine is not disturbed.
-"""
+"""The steps of the entry point, in their order: what it prints and what it asks of the system."""
 
 import fcntl
 import os
@@ -10,10 +7,14 @@ import subprocess
 from pathlib import Path
 
 import pytest
+from guest.board import wire
+from guest.lines import name_of, remove_chips
+from guest.process import Program
+from guest.record import Record
+from simulator import simulator
 
 PROGRAM = os.environ["KELVO_PWR"]
 SEGMENT_TOOL = os.environ["SEGMENT_TOOL"]
-PRELOADED = f"{os.environ['STEPS']}:{os.environ['STAND_IN']}"
 
 LOADED = [
     "= signal 2",
@@ -30,20 +31,15 @@ POWER_LINE = ["= find PWR-IN", "= input PWR-IN"]
 
 @pytest.fixture
 def start(tmp_path):
-    """Starts the program with these words; both of its streams come to one pipe."""
+    """Starts the program with these words."""
     conf = tmp_path / "kelvo-pwr.conf"
     conf.write_text(f"sys.save.path={tmp_path}/result\n")
-
-    def run(*words, **environment):
-        return subprocess.Popen(
-            [PROGRAM, "-c", conf, *words],
-            env={**os.environ, "LD_PRELOAD": PRELOADED, **environment},
-            stdout=subprocess.PIPE,
-            stderr=subprocess.STDOUT,
-            text=True,
-        )
-
-    yield run
+    remove_chips()
+    wire()
+    simulator().shared.has_calls = 1
+    yield lambda *words: Program([PROGRAM, "-c", conf, *words])
+    simulator().shared.has_calls = 0
+    simulator().forget_triggers()
     Path("/run/kelvo-pwr.lock").unlink(missing_ok=True)
 
 
@@ -52,11 +48,33 @@ def steps(start):
     """What a run comes to, a daemon's until its first wait, and its status."""
 
     def run(*words):
-        process = start(*words, TIME_IS_SIMULATED="1", ENDS_AT_SLEEP="1")
-        lines = process.communicate(timeout=60)[0].splitlines()
-        return lines, process.returncode
+        with Record("call", "input", "output", "printed") as record:
+            program = start(*words)
+            lines, status = told(program, record), program.returncode
+            program.kill()
+        return lines, status
 
     return run
+
+
+def told(program, record):
+    """Calls begin with "= "; both of its streams are among them."""
+    lines, begins = [], {"stdout": 0, "stderr": 0}
+    for event in record.events():
+        if event.kind == "printed":
+            text = program.text(event.subject, begins[event.subject], event.value)
+            begins[event.subject] = event.value
+            # A line comes in pieces where the stream has no buffer.
+            *_, unfinished = lines[-1:] or [""]
+            if not unfinished.startswith("= ") and not unfinished.endswith("\n") and lines:
+                text = lines.pop() + text
+            lines += text.splitlines(keepends=True)
+        elif event.kind == "call":
+            lines.append(f"= {event.value}\n")
+        else:
+            level = f" {event.value}" if event.kind == "output" else ""
+            lines.append(f"= {event.kind} {name_of(event.subject)}{level}\n")
+    return [line.rstrip("\n") for line in lines]
 
 
 @pytest.fixture
@@ -77,14 +95,14 @@ def test_a_full_server(steps):
     ]
     assert steps("--test.battery=true", "--test.hour=-1") == (
         [*LOADED, *LOCKED, *CREATED, *POWER_LINE, *battery_lines, "Full server", "= sleep"],
-        0,
+        None,
     )
 
 
 def test_a_minimal_server(steps):
     assert steps() == (
         [*LOADED, *LOCKED, *CREATED, *POWER_LINE, "Minimal server", "= sleep"],
-        0,
+        None,
     )
 
 
@@ -92,7 +110,7 @@ def test_a_missing_battery_line_ends_the_search(steps):
     assert steps("--test.battery=true", "--gpio.at2=NONE") == (
         [*LOADED, *LOCKED, *CREATED, *POWER_LINE]
         + ["= find BAT-T1", "= find NONE", "Failed to get line 'NONE'", "Minimal server", "= sleep"],
-        0,
+        None,
     )
 
 
@@ -138,11 +156,9 @@ def test_help_touches_nothing(steps):
     ],
 )
 def test_a_second_signal_finds_its_handler(start, second, answer):
-    process = start("--test.battery=true", "--test.hour=-1", SIGNAL_AT_THE_END=str(int(second)))
-    # Not earlier: a handler that prints in the middle of a print may print that once more.
-    for line in process.stdout:
-        if line == "= sleep\n":
-            break
-    process.send_signal(signal.SIGTERM)
-    said = process.communicate(timeout=60)[0].splitlines()
-    assert (said, process.returncode) == (["Interrupted with signal: 15", *answer], 0)
+    """It comes when the first line is given back."""
+    daemon = start("--test.battery=true", "--test.hour=-1")
+    simulator().trigger("release_line", number=second)
+    daemon.send(signal.SIGTERM)
+    said = daemon.stdout.splitlines()[2:]
+    assert (said, daemon.returncode) == (["Interrupted with signal: 15", *answer], 0)

@@ -100,6 +100,9 @@ class Process:
 
 class Simulator:
     def __init__(self):
+        self._taken_out: list[bytes] = []
+        self._sleeping: list[Process] = []
+        self._orphans: list[tuple[int, int]] = []  # commands' holders: when they end, descriptor
         size = ctypes.sizeof(World)
         self._file = os.memfd_create("world")
         os.ftruncate(self._file, size + _MOST_EVENTS * EVENT.size)
@@ -107,9 +110,8 @@ class Simulator:
         self.shared = World.from_buffer(self._memory)
         self.shared.size = size
         self.shared.most_events = _MOST_EVENTS
-        self._taken_out: list[bytes] = []
-        self._sleeping: list[Process] = []
-        self._orphans: list[tuple[int, int]] = []  # commands' holders: when they end, descriptor
+        # An hour after boot, noon on the third of June 2024.
+        self.now, self.wall = 3600 * 10**9, 1_717_416_000 * 10**9
 
     # Time.
 

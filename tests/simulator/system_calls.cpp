@@ -84,7 +84,7 @@ void step(const char* call, const char* path)
 {
   if (world != nullptr && world->hasCalls != 0) {
     char text[64];
-    std::snprintf(text, sizeof text, "%s %s", call, lastPart(path));
+    std::snprintf(text, sizeof text, "%s%s%s", call, *path == '\0' ? "" : " ", lastPart(path));
     record(Kind::call, text);
   }
 }
@@ -199,7 +199,7 @@ void exit(int status)
 {
   if (world != nullptr) {
     lookAtRecords();
-    pullTriggers("exit", false);
+    lookAtOutput();
   }
   next<void(int)>("exit")(status);
   std::_Exit(status);
