@@ -9,6 +9,7 @@ microseconds.
 
 import json
 import os
+import re
 import sys
 from itertools import zip_longest
 from pathlib import Path
@@ -44,7 +45,7 @@ def test_lives_are_the_same(tmp_path, monkeypatch):
         for kind in board:
             for one, same in zip_longest(board[kind], simulation[kind]):
                 events += 1
-                assert one[1:] == same[1:], f"life {report['seed']}"
+                assert is_same(one, same), f"life {report['seed']}: {one} and {same}"
         for kind in board.keys() - {*_NOT_TIMED}:
             apart += spans_apart(report["moments"], board[kind], simulation[kind])
     by_itself = [span for span, is_step in apart if not is_step]
@@ -53,6 +54,16 @@ def test_lives_are_the_same(tmp_path, monkeypatch):
           f" {max(by_itself)} of {len(by_itself)}, {max(by_a_step)} of {len(by_a_step)} with a step")
     assert max(by_itself) <= _BY_ITSELF
     assert max(by_a_step) <= _BY_A_STEP
+
+
+def is_same(one, other) -> bool:
+    """A millisecond may just be over on the one."""
+    if one is None or other is None:
+        return False
+    progress = [re.fullmatch(r"MS: (\d+)", str(event[2])) for event in (one, other)]
+    if all(progress):
+        return abs(int(progress[0][1]) - int(progress[1][1])) <= 1
+    return one[1:] == other[1:]
 
 
 def by_kind(report: dict) -> dict:
