@@ -11,6 +11,14 @@
 #include <dirent.h>
 #include <gpiod.h>
 
+// A process without the library, such as a shell in front of the program, never calls them.
+#pragma weak gpiod_line_config_get_configured_offsets
+#pragma weak gpiod_line_config_get_line_settings
+#pragma weak gpiod_line_settings_get_direction
+#pragma weak gpiod_line_settings_get_output_value
+#pragma weak gpiod_line_settings_free
+#pragma weak gpiod_request_config_get_consumer
+
 extern "C" {
 
 // Its caller releases what it makes.
