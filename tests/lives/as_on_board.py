@@ -9,12 +9,12 @@ import os
 from pathlib import Path
 
 import player
-from on_board import IS_SIMULATED, observer
+from on_board import IS_SIMULATED, Observer
 from on_simulator import begin
 from simulator import simulator
 from world import Charges
 
-__all__ = ["IS_SIMULATED", "Player", "begin", "charges", "observer"]
+__all__ = ["IS_SIMULATED", "Observer", "Player", "begin", "charges"]
 
 _SEEN = json.loads(Path(os.environ["LIVES_AS_SEEN"]).read_text())
 

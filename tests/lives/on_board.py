@@ -15,7 +15,7 @@ from observer import Mismatch, access, difference, equal
 from player import Player
 from world import SECOND, Access, Called, Charges, Line, World
 
-__all__ = ["IS_SIMULATED", "Player", "begin", "charges", "observer"]
+__all__ = ["IS_SIMULATED", "Observer", "Player", "begin", "charges"]
 IS_SIMULATED = False
 
 _TOLERANCE = 100_000
@@ -50,7 +50,7 @@ def begin(_: dict, uptime: Optional[int]) -> None:
         sleep_until(uptime * SECOND)
 
 
-class observer:
+class Observer:
     """What a daemon does, compared stream by stream; usable in a `with` statement."""
 
     def __init__(self, tell, commands: StandIns, _: Records, story: list):
@@ -61,7 +61,7 @@ class observer:
         self._seen_lines = self._seen_calls = 0
         self._open = ExitStack()
 
-    def __enter__(self) -> "observer":
+    def __enter__(self) -> "Observer":
         self._trace = self._open.enter_context(Trace(buffer_kilobytes=4096))
         return self
 

@@ -9,7 +9,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from typing import Iterator
 
-import life
+import life as lives
 
 ROOT = Path(__file__).resolve().parent.parent.parent
 _PLAY = ["/usr/bin/python3", "-B", str(ROOT / "tests" / "lives" / "play.py")]
@@ -41,7 +41,7 @@ class Host:
             os.environ.setdefault(name, str(file))
 
     def make(self, seed: int) -> dict:
-        return life.make(seed, not self._on_board)
+        return lives.make(seed, not self._on_board)
 
     def seeds(self, first: int, count: int) -> Iterator[dict]:
         """The reports of lives in their order; simulated ones on all processors."""

@@ -27,7 +27,7 @@ from world import (
     World,
 )
 
-__all__ = ["IS_SIMULATED", "Player", "begin", "charges", "observer"]
+__all__ = ["IS_SIMULATED", "Observer", "Player", "begin", "charges"]
 IS_SIMULATED = True
 
 _FIELDS = list(FIELDS)
@@ -41,7 +41,7 @@ def begin(life: dict, uptime: Optional[int]) -> None:
     simulator().now = (life["uptime"] if uptime is None else uptime) * SECOND
 
 
-class observer:
+class Observer:
     """All that a daemon does, in its order; usable in a `with` statement."""
 
     def __init__(self, tell, _: StandIns, records: Records, __: list):
@@ -49,7 +49,7 @@ class observer:
         watch(records)
         self._program = None
 
-    def __enter__(self) -> "observer":
+    def __enter__(self) -> "Observer":
         self._names = cache(name_of)  # As long as there are no other lines.
         self._record = Record("read", "write", "field", "printed", "command", "sync", "saved")
         return self

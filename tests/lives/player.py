@@ -76,7 +76,7 @@ class Player:
         command = f"sleep {life['command_seconds']}; exit {life['command_status']}"
         commands = self.open.enter_context(StandIns(then=command))
         self.seen = self.open.enter_context(
-            self.place.observer(self.tell, commands, self.records, self.story)
+            self.place.Observer(self.tell, commands, self.records, self.story)
         )
         for name in life["held"]:
             self.open.enter_context(self.board.chip.line(name).hold())
