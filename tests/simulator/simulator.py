@@ -102,6 +102,7 @@ class Simulator:
     def __init__(self):
         self._taken_out: list[bytes] = []
         self._sleeping: list[Process] = []
+        self._stopped: list[Process] = []
         self._orphans: list[tuple[int, int]] = []  # commands' holders: when they end, descriptor
         size = ctypes.sizeof(World)
         self._file = os.memfd_create("world")
@@ -174,15 +175,22 @@ class Simulator:
         return process
 
     def signal(self, process: Process, number: int) -> None:
-        """Returns when it has been handled."""
+        """Returns when it has been handled, which a stopped process does once it continues."""
         process.popen.send_signal(number)
+        if number == signal.SIGSTOP:
+            os.waitid(os.P_PID, process.pid, os.WSTOPPED)
+            self._sleeping.remove(process)
+            self._stopped.append(process)
+        elif process in self._stopped and number in (signal.SIGCONT, signal.SIGKILL):
+            self._stopped.remove(process)
+            self._sleeping.append(process)
         if process in self._sleeping:
             self.shared.horizon = self.shared.now - 1
             self._go_on(process)
 
     def kill(self, process: Process) -> None:
         """With what it has started."""
-        if process in self._sleeping:
+        if process in self._sleeping + self._stopped:
             self.signal(process, signal.SIGKILL)
         self._orphans = [(0, descriptor) for _, descriptor in self._orphans]
         self._end_orphans()

@@ -175,6 +175,37 @@ def test_signals_are_handled_in_the_middle_of_a_sleep(daemon, records):
     assert {line.time for line in program.lines[-3:]} == {now()}
 
 
+def test_a_stopped_process_goes_on_where_it_was(daemon):
+    program = daemon()
+    begin = now()
+    program.send(signal.SIGSTOP)
+    program.send(signal.SIGTERM)
+    with Trace() as trace:
+        sleep_until(begin + 3 * SECOND // 2)
+        assert trace.events() == [] and program.returncode is None
+        program.send(signal.SIGCONT)
+    assert program.returncode == 0
+    assert texts(program)[-1] == "Interrupted with signal: 15"
+
+
+def test_a_stopped_process_does_not_lose_its_second(daemon):
+    program = daemon()
+    begin = now()
+    program.send(signal.SIGSTOP)
+    sleep_until(begin + SECOND // 2)
+    program.send(signal.SIGCONT)
+    with Trace() as trace:
+        sleep_until(begin + 2 * SECOND)
+        assert [event.time - begin for event in trace.events()] == [SECOND, 2 * SECOND]
+
+
+def test_a_stopped_process_can_be_killed(daemon):
+    program = daemon()
+    program.send(signal.SIGSTOP)
+    program.kill()
+    assert program.returncode == -signal.SIGKILL
+
+
 def test_an_ended_process_has_no_lines(daemon, board):
     program = daemon()
     assert board.bat_sw.holder() == "kelvo-pwr" and board.bat_sw.level() == 1

@@ -8,7 +8,9 @@ from guest.seen import Call
 from simulator import simulator
 
 _SECOND = 10**9
-_THEN = re.compile(r":|(?:sleep (?P<seconds>[0-9.]+))?(?:; )?(?:exit (?P<status>[0-9]+))?")
+_THEN = re.compile(
+    r":|(?:(?:exec )?sleep (?P<seconds>[0-9.]+))?(?: >.*)?(?:; )?(?:exit (?P<status>[0-9]+))?"
+)
 
 
 class StandIns:
