@@ -2,13 +2,12 @@
 
 import re
 import shlex
+import subprocess
 from pathlib import Path
 
 import pytest
 
 from program_help import settings, switches
-
-from guest.process import run
 
 COMPLETIONS = Path(__file__).parent.parent.parent / "packaging" / "completions"
 
@@ -25,6 +24,13 @@ printf '%s\\n' "${{COMPREPLY[@]}}"
 """
 
 
+def said(command, directory=None):
+    """What a shell prints, which finds nothing to complain of."""
+    result = subprocess.run(command, capture_output=True, text=True, cwd=directory)
+    assert (result.stderr, result.returncode) == ("", 0)
+    return result.stdout
+
+
 def bash(typed, directory=None):
     """What bash offers at the end of what has been typed after the name of the program."""
     line = f"kelvo-pwr {typed}"
@@ -35,18 +41,15 @@ def bash(typed, directory=None):
         line=shlex.quote(line),
         words=shlex.join(words),
     )
-    result = run(["bash", "-c", script], directory=directory)
-    assert (result.stderr, result.status) == ("", 0)
-    return result.stdout.split("\n")[:-1]
+    return said(["bash", "-c", script], directory).split("\n")[:-1]
 
 
 def zsh():
     """What zsh is given: option, description, what it says of the value, how it completes it."""
     path = shlex.quote(str(COMPLETIONS / "_kelvo-pwr"))
-    result = run(["zsh", "-fc", f'_arguments() {{ print -rl -- "$@" }}; . {path}'])
-    assert (result.stderr, result.status) == ("", 0)
+    printed = said(["zsh", "-fc", f'_arguments() {{ print -rl -- "$@" }}; . {path}'])
     form = re.compile(r"(?:\(.*?\)|\*)?(--?[\w.-]+=?)\[(.*)\](?::(.*):(.*))?")
-    head, *lines = result.stdout.splitlines()
+    head, *lines = printed.splitlines()
     assert head == "-s"
     return [form.fullmatch(line).groups(default="") for line in lines]
 

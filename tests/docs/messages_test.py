@@ -1,14 +1,30 @@
 """Every message that a user can see stands in the page that tells its cause and cure."""
 
+import os
 import re
 from pathlib import Path
 
 import pytest
 
+from guest.board import wire
+from guest.process import run
+
 PROJECT = Path(__file__).parent.parent.parent
 PAGE = (PROJECT / "docs" / "troubleshooting.md").read_text()
 EXPLAINED = re.findall(r"^### (.*)$", PAGE, re.MULTILINE)
 PLACEHOLDER = re.compile(r"\b(?:N|KEY|VALUE|NAME|PATH|LINE)\b")
+
+
+@pytest.fixture
+def program(tmp_path):
+    """Runs the program with these words and a configuration of these lines."""
+
+    def program(*words, lines=()):
+        conf = tmp_path / "kelvo-pwr.conf"
+        conf.write_text("\n".join([f"sys.save.path={tmp_path}/result", *lines]))
+        return run([os.environ["KELVO_PWR"], "-c", conf, *words]).stderr.splitlines()
+
+    return program
 
 
 def own_messages():
@@ -58,8 +74,8 @@ def test_the_program_s_own(piece):
         ["--run-test-now"],
     ],
 )
-def test_the_libraries_on_the_command_line(rig, words):
-    *_, last = rig.client(*words).stderr.splitlines()
+def test_the_libraries_on_the_command_line(program, words):
+    *_, last = program(*words)
     assert is_explained(last), last
 
 
@@ -74,15 +90,14 @@ def test_the_libraries_on_the_command_line(rig, words):
         ["test.hour=1", "test.hour=2"],
     ],
 )
-def test_the_libraries_in_files(rig, lines):
-    rig.configure(*lines)
-    (printed,) = rig.client("--status").stderr.splitlines()
+def test_the_libraries_in_files(program, lines):
+    (printed,) = program("--status", lines=lines)
     assert is_explained(printed), printed
 
 
-def test_the_line_library(rig):
-    rig.configure("test.battery=true", "gpio.at2=BAT-SW")
-    (printed,) = rig.client().stderr.splitlines()[1:]
+def test_the_line_library(program):
+    wire()
+    _, printed = program(lines=["test.battery=true", "gpio.at2=BAT-SW"])
     assert is_explained(printed), printed
 
 

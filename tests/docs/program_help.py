@@ -1,12 +1,10 @@
-"""What the program itself says of its options."""
+"""What the program itself says, of its options above all."""
 
+import os
 import re
+import subprocess
 from pathlib import Path
 from typing import NamedTuple
-
-from rig import PROGRAM
-
-from guest.process import run
 
 _SOURCE = Path(__file__).parent.parent.parent / "src" / "config"
 _OPTION = re.compile(r"(?:-(\w) \[ )?--([\w.-]+)(?: \])?(?: arg)?(?: \(=(.*?)\))?(?: {2,}(.*))?")
@@ -23,6 +21,13 @@ class Setting(NamedTuple):
     name: str
     default: str  # as one would write it
     description: str
+
+
+def run(*words) -> subprocess.CompletedProcess:
+    """A run of the program that ends by itself."""
+    return subprocess.run(
+        [os.environ["KELVO_PWR"], *words], capture_output=True, text=True, timeout=60
+    )
 
 
 def switches() -> list[Switch]:
@@ -51,7 +56,7 @@ def file_settings() -> list[Setting]:
 
 def _options() -> list[tuple[str, ...]]:
     """Short name, long name, default and description; a switch has no default."""
-    _, *entries = re.split(r"^  (?=-)", run([PROGRAM, "--help"]).stdout, flags=re.MULTILINE)
+    _, *entries = re.split(r"^  (?=-)", run("--help").stdout, flags=re.MULTILINE)
     one_line = (re.sub(r"\n\s+", "  ", entry.strip()) for entry in entries)
     found = (_OPTION.fullmatch(line).groups(default="") for line in one_line)
     return [(*names, re.sub(" +", " ", text)) for *names, text in found]
