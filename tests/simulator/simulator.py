@@ -36,6 +36,7 @@ from typing import NamedTuple, Optional, Sequence, Union
 from guest.seen import FIELDS
 from layout import EVENT, KINDS, NUMBER, TEXTS, World
 
+_PROGRAM = os.environ["KELVO_PWR"]
 _MOST_EVENTS = 1 << 16
 _MESSAGE = struct.Struct("=qq")
 _FIELD_NAMES = tuple(FIELDS)
@@ -155,8 +156,14 @@ class Simulator:
         outputs = {name: os.memfd_create(name) for name in _STREAMS.values() if name not in streams}
         descriptors = self._file, theirs.fileno()
         environment = {**(os.environ if env is None else env)}
-        preloaded = [os.environ["SIMULATOR"], environment.get("LD_PRELOAD", "")]
-        environment["LD_PRELOAD"] = ":".join(filter(None, preloaded))
+        others = environment.get("LD_PRELOAD")
+        preloaded = ":".join(filter(None, [os.environ["SIMULATOR"], others]))
+        if _PROGRAM in argv[1:]:
+            # What is to start the program is not of its build, which may have other libraries.
+            program = argv.index(_PROGRAM)
+            argv = [*argv[:program], "/usr/bin/env", f"LD_PRELOAD={preloaded}", *argv[program:]]
+        else:
+            environment["LD_PRELOAD"] = preloaded
         environment["SIMULATED"] = ",".join(map(str, descriptors))
         self.shared.horizon = self.shared.now - 1
         with theirs:

@@ -206,6 +206,14 @@ def test_a_stopped_process_can_be_killed(daemon):
     assert program.returncode == -signal.SIGKILL
 
 
+def test_what_starts_the_program_is_of_another_build(board):
+    """It may not have the libraries that the simulator's object needs."""
+    script = 'echo "preloaded: $LD_PRELOAD"; exec "$@"'
+    with Program(["/bin/sh", "-c", script, "sh", PROGRAM]) as program:
+        program.wait_for_line("preloaded: ", within=0)
+        program.wait_for_line("Minimal server", within=0)
+
+
 def test_an_ended_process_has_no_lines(daemon, board):
     program = daemon()
     assert board.bat_sw.holder() == "kelvo-pwr" and board.bat_sw.level() == 1
