@@ -18,6 +18,8 @@ from guest.process import Program, run
 from guest.stand_in import StandIns
 from guest.trace import Trace
 
+pytestmark = pytest.mark.kernel
+
 SECOND = 10**9
 # A look at the clock costs 256 nanoseconds; the trace rounds to microseconds.
 EXACT = 5000

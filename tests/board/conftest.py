@@ -9,6 +9,10 @@ from faults import calls_of_start  # noqa: E402
 from rig import Rig  # noqa: E402
 
 
+def pytest_configure(config):
+    config.addinivalue_line("markers", "kernel: needs the board's kernel, so is not simulated")
+
+
 @pytest.fixture
 def rig(tmp_path):
     with Rig(tmp_path) as rig:

@@ -27,13 +27,7 @@ def test_full_server_claims_its_lines_before_the_first_tick(rig):
     assert daemon.stderr == NO_RESULT_FILE
     assert rig.board.at2.level() == 0
     assert rig.board.bat_sw.level() == 1
-    board = rig.board
-    for line in (board.pwr_in, board.at1, board.at2, board.bat_sw):
-        assert line.holder() == "kelvo-pwr"
-    directions = [line.info().direction for line in (board.pwr_in, board.at1)]
-    assert directions == ["input", "input"]
-    directions = [line.info().direction for line in (board.at2, board.bat_sw)]
-    assert directions == ["output", "output"]
+    assert [line.holder() for line in rig.board.chip.lines] == ["kelvo-pwr"] * 4
     requests = [
         (event.line, event.kind)
         for event in rig.trace.events()
@@ -46,6 +40,13 @@ def test_full_server_claims_its_lines_before_the_first_tick(rig):
         ("BAT-SW", "output"),
     ]
     assert rig.status() == ZERO_STATUS
+
+
+@pytest.mark.kernel
+def test_the_line_library_asks_for_these_directions(rig):
+    rig.full_server()
+    directions = [line.info().direction for line in rig.board.chip.lines]
+    assert directions == ["input", "input", "output", "output"]
 
 
 def test_without_battery_tests_no_battery_line_is_even_looked_up(rig):
@@ -95,6 +96,7 @@ def test_a_busy_power_line_ends_the_start(rig):
     assert rig.status() == ZERO_STATUS
 
 
+@pytest.mark.kernel
 def test_a_failing_request_of_the_power_line_ends_the_start(rig):
     """Another process takes the line between the look at it and the request."""
     log = rig.folder / "calls"
@@ -191,6 +193,7 @@ def assert_in_order(calls, *patterns):
         assert any(re.search(pattern, call) for call in rest), pattern
 
 
+@pytest.mark.kernel
 def test_the_steps_of_a_start_come_in_their_order(rig):
     calls = calls_of(rig, ends_by_itself=False)
     assert_in_order(
@@ -211,6 +214,7 @@ def test_the_steps_of_a_start_come_in_their_order(rig):
     )
 
 
+@pytest.mark.kernel
 def test_a_client_unmaps_the_segment_before_it_ends(rig):
     rig.minimal_server()
     calls = calls_of(rig, "--status", ends_by_itself=True)

@@ -2,10 +2,9 @@
 
 from falls_of_battery import delays
 
-from moments import EVERY_NTH
 from rig import MILLISECOND
 
-FALLS = 1000 // EVERY_NTH
+FALLS = 1000
 # The program looks every 50 milliseconds, and ends the test within the same time.
 LONGEST = 100 * MILLISECOND
 

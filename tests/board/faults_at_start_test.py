@@ -17,6 +17,8 @@ from rig import NO_RESULT_FILE, SECOND, SEGMENT
 
 from guest.clock import sleep_until
 
+pytestmark = pytest.mark.kernel
+
 # The records that a daemon leaves that ends before its loop.
 ZEROS = [0] * 8
 A_CHIP = r"ioctl\(.*GPIO_GET_CHIPINFO_IOCTL"

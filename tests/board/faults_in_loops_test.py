@@ -8,6 +8,8 @@ from rig import MILLISECOND, NO_RESULT_FILE, SECOND
 from guest.clock import now, sleep_until, wait_until
 from guest.stand_in import StandIns
 
+pytestmark = pytest.mark.kernel
+
 UNHANDLED = "terminate called after throwing an instance of 'std::system_error'\n  what():  "
 READING, SETTING = (f"error {what} GPIO line values: " for what in ("reading", "setting"))
 # Down as fast as it goes: the command after 20 seconds, the cut 15 seconds after it.

@@ -11,6 +11,8 @@ from roads import LAST_TEST, begin_shutdown, find, rehearse
 from guest.clock import now, sleep_until
 from guest.stand_in import StandIns
 
+pytestmark = pytest.mark.kernel
+
 # The way down by these settings, with a command that takes three seconds.
 PRINTED = {
     0: "Battery empty",

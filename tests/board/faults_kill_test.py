@@ -1,5 +1,7 @@
 """A daemon killed at any moment of a battery test."""
 
+import pytest
+
 from faults import LINE_WRITE
 from kills import RELEASED, SIGKILL, assert_next_daemon_guards, left_behind
 from moments import chosen, meeting
@@ -7,6 +9,8 @@ from rig import SECOND
 from roads import A_TIME, LAST_TEST, begin_test, find, rehearse, times
 
 from guest.clock import sleep_until
+
+pytestmark = pytest.mark.kernel
 
 
 def test_at_a_hundred_moments_of_a_battery_test(rig):

@@ -50,7 +50,7 @@ def bound_again():
     bind()
 
 
-@pytest.fixture(params=TAKE_AWAY)
+@pytest.fixture(params=["removed", pytest.param("unbound", marks=pytest.mark.kernel)])
 def take_away(request):
     return TAKE_AWAY[request.param]
 
@@ -145,6 +145,7 @@ def test_on_the_way_down(rig, take_away, after):
     assert [call.name for call in rig.commands.calls()] == ["reboot"]
 
 
+@pytest.mark.kernel
 def test_the_next_daemon_serves_a_chip_that_is_back(rig):
     daemon = rig.full_server("test.hour=-1")
     begin_test(rig, daemon)
@@ -159,6 +160,7 @@ def test_the_next_daemon_serves_a_chip_that_is_back(rig):
     assert (rig.board.at2.level(), rig.board.bat_sw.level()) == (0, 1)
 
 
+@pytest.mark.kernel
 def test_a_chip_that_is_back_between_two_looks_is_lost_all_the_same(rig):
     daemon = rig.full_server("test.hour=-1")
     sleep_until(daemon.started + 3 * SECOND + SECOND // 2)
@@ -234,6 +236,7 @@ def test_the_battery_switch_alone_is_missed_by_the_cut(rig, lone):
 # Taken by another process between the daemon's look and its request.
 
 
+@pytest.mark.kernel
 @pytest.mark.parametrize("name", LINES)
 def test_a_line_taken_between_look_and_request_ends_the_start(rig, name):
     rehearsal = rig.folder / "rehearsal"

@@ -98,6 +98,7 @@ ALL_LINES = (
 )
 
 
+@pytest.mark.kernel
 @pytest.mark.parametrize("error", ["EIO", "EINTR"])
 @pytest.mark.parametrize(
     "line, printed",
@@ -117,6 +118,7 @@ def test_a_line_that_fails_is_lost(rig, start_calls, line, printed, error):
     assert daemon.stderr == NO_RESULT_FILE
 
 
+@pytest.mark.kernel
 def test_a_progress_line_that_fails_changes_nothing_else(rig):
     daemon = rig.full_server("test.hour=-1")
     rig.client("-n", "--test.duration=3")
@@ -131,6 +133,7 @@ def test_a_progress_line_that_fails_changes_nothing_else(rig):
     rig.saved_times()
 
 
+@pytest.mark.kernel
 def test_the_listing_lacks_only_the_line_that_failed(rig):
     rig.minimal_server()
     whole = rig.client("-v", "-s").stdout.splitlines(keepends=True)
@@ -167,6 +170,7 @@ def read_until(reading, line):
     return text
 
 
+@pytest.mark.kernel
 def test_without_its_reader_the_daemon_ends_at_a_request(rig):
     """The request is taken, the test never begun."""
     daemon, reading = server_with_reader(rig)
@@ -179,6 +183,7 @@ def test_without_its_reader_the_daemon_ends_at_a_request(rig):
     assert not rig.result_file.exists()
 
 
+@pytest.mark.kernel
 def test_without_its_reader_the_daemon_ends_at_an_empty_battery(rig):
     """Nobody shuts the board down then."""
     daemon, reading = server_with_reader(rig)
@@ -209,6 +214,7 @@ def assert_left_in_test(rig):
     assert start > end == 0
 
 
+@pytest.mark.kernel
 def test_without_its_reader_the_daemon_ends_in_the_next_second_of_a_test(rig):
     daemon, reading = begun_test(rig)
     os.close(reading)
@@ -216,6 +222,7 @@ def test_without_its_reader_the_daemon_ends_in_the_next_second_of_a_test(rig):
     assert_left_in_test(rig)
 
 
+@pytest.mark.kernel
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM])
 def test_without_its_reader_an_interrupted_test_does_not_restore_power(rig, number):
     """As when Ctrl-C ends a pipeline, the reader first."""
@@ -227,6 +234,7 @@ def test_without_its_reader_an_interrupted_test_does_not_restore_power(rig, numb
     assert_left_in_test(rig)
 
 
+@pytest.mark.kernel
 def test_where_the_signal_is_ignored_the_daemon_guards_without_its_reader(rig):
     daemon, reading = server_with_reader(rig, mask="trap '' PIPE")
     os.close(reading)
@@ -245,6 +253,7 @@ def unread_server(rig):
     return daemon, reading
 
 
+@pytest.mark.kernel
 def test_a_pipe_that_nobody_reads_holds_a_test_up_without_power(rig):
     """Not even a signal reconnects it before somebody reads."""
     daemon, reading = unread_server(rig)

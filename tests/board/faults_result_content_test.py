@@ -149,6 +149,7 @@ def test_a_folder_in_its_place_holds_nothing(rig):
     assert list(rig.result_file.iterdir()) == []
 
 
+@pytest.mark.kernel
 def test_another_user_who_may_not_read_it_gets_the_status_all_the_same(segment):
     segment.save_times(5, 6)
     segment.result_file.chmod(0o600)

@@ -67,6 +67,7 @@ REWRITES = [
 ]
 
 
+@pytest.mark.kernel
 @pytest.mark.parametrize("fault, during, after", REWRITES)
 def test_a_rewrite_that_fails_is_silent(rig, fault, during, after):
     """Where the opening fails the file stays; where the writing fails it is left empty."""
@@ -93,6 +94,7 @@ def test_the_daemon_remembers_what_the_file_does_not_hold(rig):
     assert [level for _, level in rig.trace.writes("BAT-T2")] == [0, 1, 0]
 
 
+@pytest.mark.kernel
 def test_a_file_that_cannot_be_read_counts_as_empty(rig, start_calls):
     """The stream library keeps the error to itself."""
     rig.save_times(5, 6)

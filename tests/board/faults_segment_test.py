@@ -100,6 +100,7 @@ def test_requests_in_a_segment_of_somebody_else_are_never_served(rig):
 # Overwritten: the daemon takes the records for what they then hold.
 
 
+@pytest.mark.kernel
 def test_zeros_start_the_count_again_and_hold_clients_up(rig):
     daemon = rig.full_server("test.hour=-1")
     sleep_until(daemon.started + 5 * SECOND + SECOND // 2)
@@ -140,6 +141,7 @@ def test_a_test_ends_well_in_an_overwritten_segment(rig, byte):
     assert end - start in (3, 4)
 
 
+@pytest.mark.kernel
 def test_bytes_that_are_no_request_are_not_served(rig):
     daemon = rig.full_server("test.hour=-1")
     overwrite(b"\xff")
@@ -200,6 +202,7 @@ def kill_at(rig, start_calls, pattern):
     assert daemon.wait_for_exit(within=1) == -signal.SIGKILL
 
 
+@pytest.mark.kernel
 @pytest.mark.parametrize(
     "pattern, content",
     [(r"(fallocate|ftruncate)\(", b""), (r"mmap\(NULL, 1024,", bytes(1024))],
@@ -217,6 +220,7 @@ def test_clients_wait_for_a_segment_to_be_finished(rig, start_calls, pattern, co
 # The library's own lock, in the segment.
 
 
+@pytest.mark.kernel
 def test_clients_that_ask_do_not_get_a_lock_whose_holder_was_killed(rig):
     """They wait for it, but newer versions of the library notice."""
     daemon = rig.full_server("test.hour=-1")

@@ -12,6 +12,8 @@ from roads import begin_idle, begin_shutdown, begin_test, find, rehearse
 
 from guest.clock import now, sleep_until, wait_until
 
+pytestmark = pytest.mark.kernel
+
 HIT = "signal=INT"
 
 

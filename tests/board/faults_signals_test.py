@@ -1,9 +1,13 @@
 """SIGTERM at each system call of a start, a battery test and the way down."""
 
+import pytest
+
 from faults import LINE_WRITE, OUTPUT_REQUEST
 from interruptions import TERM, ended, interrupted
 from moments import chosen, meeting
 from roads import begin_idle, begin_shutdown, begin_test, find, rehearse
+
+pytestmark = pytest.mark.kernel
 
 
 def test_at_each_call_of_a_battery_test(rig):

@@ -109,6 +109,7 @@ def test_both_signals_at_once(rig):
     assert [level for _, level in rig.trace.writes("BAT-T2")][:3] == [0, 1, 0]
 
 
+@pytest.mark.kernel
 @pytest.mark.parametrize("number", SIGNALS)
 def test_before_the_record_is_mapped_it_ends_like_an_idle_daemon(rig, number):
     """Held up at its configuration, a pipe that nobody writes to."""
@@ -140,6 +141,7 @@ def held_up_client(rig, *words):
     return Program(["/bin/sh", "-c", script])
 
 
+@pytest.mark.kernel
 def test_a_client_that_meets_a_running_test_cannot_restore_power(rig):
     """It sees `testing` through its own mapping and has no line to drive."""
     daemon = begin_test(rig)

@@ -27,6 +27,7 @@ def test_of_two_lines_with_one_name_the_first_is_taken(rig):
     assert [line.holder() for line in other.lines] == [None, None]
 
 
+@pytest.mark.kernel
 def test_chips_are_searched_in_the_order_of_their_names_as_text(rig):
     """gpiochip10 comes before gpiochip2."""
     make_chip(["unrelated"])
@@ -73,6 +74,7 @@ def test_without_any_chip_the_power_line_is_missing(rig):
     assert daemon.stderr == NO_RESULT_FILE + "Failed to get line 'PWR-IN'\n"
 
 
+@pytest.mark.kernel
 def test_a_search_that_fails_is_reported_in_the_library_s_words(rig):
     """With room for one file beside the lock, a second chip cannot be opened."""
     make_chip(["unrelated"])
@@ -84,6 +86,7 @@ def test_a_search_that_fails_is_reported_in_the_library_s_words(rig):
     )
 
 
+@pytest.mark.kernel
 def test_a_chip_that_may_not_be_opened_spoils_the_search(rig):
     """Even if the line is on a chip before it."""
     rig.let_everybody_in()

@@ -19,22 +19,17 @@ def test_lines_reach_a_pipe_at_once(rig):
 def test_lines_reach_a_file_at_once(rig):
     rig.configure("test.battery=true", "test.duration=3")
     log = rig.folder / "log"
-    with log.open("w") as output:
-        daemon = subprocess.Popen([PROGRAM, "-c", str(rig.conf)], stdout=output)
-    try:
-        wait_until(lambda: log.read_text() == "Start\nFull server\n", within=1)
-        rig.client("-n")
-        wait_until(lambda: "MS: " in log.read_text(), within=2)
-        begun = now()
-        first = log.read_text()
-        assert first.startswith("Start\nFull server\nGot run test now\nMS: ")
-        assert first.count("\n") == 4
-        sleep_until(begun + SECOND + SECOND // 2)
-        assert log.read_text().count("MS: ") == 2
-        wait_until(lambda: log.read_text().endswith("Test result: Battery is good\n"), within=3)
-    finally:
-        daemon.kill()
-        daemon.wait()
+    rig.daemon(before=("/bin/sh", "-c", f'exec "$@" >"{log}"', "sh"))
+    wait_until(lambda: log.exists() and log.read_text() == "Start\nFull server\n", within=1)
+    rig.client("-n")
+    wait_until(lambda: "MS: " in log.read_text(), within=2)
+    begun = now()
+    first = log.read_text()
+    assert first.startswith("Start\nFull server\nGot run test now\nMS: ")
+    assert first.count("\n") == 4
+    sleep_until(begun + SECOND + SECOND // 2)
+    assert log.read_text().count("MS: ") == 2
+    wait_until(lambda: log.read_text().endswith("Test result: Battery is good\n"), within=3)
 
 
 def test_a_reader_that_went_away_ends_the_program(rig):

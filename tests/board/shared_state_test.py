@@ -63,6 +63,7 @@ def test_a_segment_without_both_records_ends_a_client_without_a_word(rig, words,
     assert rig.client(*words) == ("", NO_RESULT_FILE, 1)
 
 
+@pytest.mark.kernel
 def test_another_user_can_see_but_not_ask(rig):
     rig.full_server("test.hour=-1", "test.init.disable=0")
     assert rig.client_of_nobody("--status") == rig.client("--status")
@@ -70,6 +71,7 @@ def test_another_user_can_see_but_not_ask(rig):
         assert rig.client_of_nobody(word) == ("", NO_RESULT_FILE + "Permission denied\n", 1)
 
 
+@pytest.mark.kernel
 def test_a_status_client_waits_for_no_lock(rig):
     """The library's own lock lies in the segment; a read-only client passes it by."""
     rig.minimal_server().kill()

@@ -95,7 +95,9 @@ def test_the_cutoff_counts_from_the_end_of_the_command(rig):
 
 
 @pytest.mark.parametrize(
-    "then, stderr", [("exit 1", ""), ("kill -9 $$", "Killed\n")], ids=["fails", "is killed"]
+    "then, stderr",
+    [("exit 1", ""), pytest.param("kill -9 $$", "Killed\n", marks=pytest.mark.kernel)],
+    ids=["fails", "is killed"],
 )
 def test_a_command_that_fails_changes_nothing(rig, then, stderr):
     with StandIns(then=then):
@@ -106,6 +108,7 @@ def test_a_command_that_fails_changes_nothing(rig, then, stderr):
         assert daemon.stderr == NO_RESULT_FILE + stderr
 
 
+@pytest.mark.kernel
 def test_a_command_that_does_not_exist_changes_nothing(rig):
     daemon = rig.full_server(
         "test.hour=-1", "test.shut.timeout=0", "test.shut.cutoff=0", env={"PATH": "/nowhere"}
