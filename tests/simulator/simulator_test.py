@@ -214,6 +214,14 @@ def test_what_starts_the_program_is_of_another_build(board):
         program.wait_for_line("Minimal server", within=0)
 
 
+def test_signals_have_their_defaults_whatever_is_ignored_around(board):
+    script = "trap '' HUP INT QUIT; exec \"$@\""
+    for number in signal.SIGHUP, signal.SIGQUIT:
+        with Program(["/bin/sh", "-c", script, "sh", PROGRAM]) as program:
+            program.send(number)
+            assert program.returncode == -number
+
+
 def test_an_ended_process_has_no_lines(daemon, board):
     program = daemon()
     assert board.bat_sw.holder() == "kelvo-pwr" and board.bat_sw.level() == 1

@@ -70,6 +70,10 @@ __attribute__((constructor)) void enterTheWorld()
     std::fputs("the simulator and its player disagree\n", stderr);
     std::abort();
   }
+  // As in a service, whatever a nohup or a shell around the tests has ignored.
+  for (const int number : {SIGHUP, SIGINT, SIGQUIT}) {
+    std::signal(number, SIG_DFL);
+  }
   world = static_cast<World*>(mapped);
   process = getpid();
   for (const int stream : {STDOUT_FILENO, STDERR_FILENO}) {
