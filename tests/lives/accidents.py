@@ -2,8 +2,8 @@
 
 Supplies that are coupled; other lines of the same name; a calendar that turns where the program
 looks; things done at the very instant of another or of what the daemon does; calls that fail,
-signals and changes of a line between two of them; a chip that is unplugged. They have random numbers
-of their own, so that the rest of a seed's life is as on the board.
+signals and changes of a line between two of them; a chip that is unplugged. They have random
+numbers of their own, so that the rest of a seed's life is as on the board.
 """
 
 import errno
@@ -12,6 +12,8 @@ import random
 _MILLISECOND = 10**6
 # The calendar's second begins so long before the clock's.
 _CALENDARS = (0, 1, 999_999_999, *(n * 25 * _MILLISECOND for n in (1, 5, 13, 25, 33)))
+_CALLS = ("get_value", "get_value", "set_value", "set_value")
+_CALLS += ("nanosleep", "fopen", "write", "system")
 _NTH = (1, 1, 2, 3, 4, 5, 20, 21, 22, 23, 100)
 
 
@@ -63,18 +65,20 @@ def _trigger(choose: random.Random) -> dict:
     """Of calls that the daemon makes from then on."""
     nth = choose.choice(_NTH)
     signal = {"signal": choose.choice((2, 15)), "behind": choose.random() < 0.5}
-    call = choose.choice("get_value get_value set_value set_value nanosleep fopen write system".split())
+    call = choose.choice(_CALLS)
     if call == "get_value":
         line = {"line": choose.choice(("PWR-IN", "BAT-T1")), "level": choose.randrange(2)}
         kinds = {"error": errno.EIO}, signal, {**line, "behind": True}, {**line, "behind": False}
         return {"call": call, "nth": nth, **choose.choice(kinds)}
     if call == "set_value":
         # What drives BAT-T2 to 1, and back to 0.
-        return {"call": call, "nth": choose.choice((1, 1, 2, 3)), **choose.choice(({"error": errno.EIO}, signal))}
+        kinds = {"error": errno.EIO}, signal
+        return {"call": call, "nth": choose.choice((1, 1, 2, 3)), **choose.choice(kinds)}
     if call == "nanosleep":
         slept = choose.choice((0, 1, 3 * _MILLISECOND))
         error = choose.choice((errno.EINTR, errno.EINTR, errno.EINVAL))
-        return {"call": call, "nth": nth, "error": error, "slept": slept, "times": choose.choice((1, 2))}
+        times = choose.choice((1, 2))
+        return {"call": call, "nth": nth, "error": error, "slept": slept, "times": times}
     if call == "system":
         return {"call": call, "nth": 1, **choose.choice(({"error": errno.EAGAIN}, {"signal": 15}))}
     return {"call": call, "nth": choose.choice((1, 2)), "error": errno.ENOSPC}

@@ -1,7 +1,7 @@
 """One life as it was seen on the board, again in a simulated world.
 
-LIVES_AS_SEEN is the file of the board's report of it, in JSON. Each step is done when it was then, and time
-charges what the board's does.
+LIVES_AS_SEEN is the file of the board's report of it, in JSON. Each step is done when it was then,
+and time charges what the board's does.
 """
 
 import json

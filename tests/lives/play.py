@@ -63,7 +63,8 @@ def main(words: list[str]) -> None:
     kind, first, *rest = words
     if kind == "seeds":
         count, *rest = rest
-        chosen = [lives.make(seed, place.IS_SIMULATED) for seed in range(int(first), int(first) + int(count))]
+        seeds = range(int(first), int(first) + int(count))
+        chosen = [lives.make(seed, place.IS_SIMULATED) for seed in seeds]
     else:
         chosen = [json.loads(Path(first).read_text())]
     wire()

@@ -1,4 +1,4 @@
-"""What the daemon is as a process: its lines, sleeps and signals, and calls at which something happens."""
+"""What the daemon is as a process: lines, sleeps, signals, and calls at which something happens."""
 
 import errno
 import signal

@@ -3,8 +3,8 @@
 SAME_LIVES says how many. The board's steps are done again at their times, in simulated time that
 charges what the board's does, so that spans between two things that the daemon does by itself are
 the same, too, to a few microseconds: the kernel's trace rounds, and a reader of printed lines looks
-at the clock. Where a step lies between, the board takes its time for it: a start or a signal some ten
-microseconds.
+at the clock. Where a step lies between, the board takes its time for it: a start or a signal some
+ten microseconds.
 """
 
 import json
@@ -50,8 +50,10 @@ def test_lives_are_the_same(tmp_path, monkeypatch):
             apart += spans_apart(report["moments"], board[kind], simulation[kind])
     by_itself = [span for span, is_step in apart if not is_step]
     by_a_step = [span for span, is_step in apart if is_step]
-    print(f"{len(reports)} lives, {events} events, spans apart in nanoseconds: at most"
-          f" {max(by_itself)} of {len(by_itself)}, {max(by_a_step)} of {len(by_a_step)} with a step")
+    print(
+        f"{len(reports)} lives, {events} events, spans apart in nanoseconds: at most"
+        f" {max(by_itself)} of {len(by_itself)}, {max(by_a_step)} of {len(by_a_step)} with a step"
+    )
     assert max(by_itself) <= _BY_ITSELF
     assert max(by_a_step) <= _BY_A_STEP
 

@@ -1,19 +1,20 @@
 """A simulated world for the executable as it is: clocks, sleeps and lines, and who plays them.
 
 The processes in it have the same clock and the same lines. No time passes while one of them runs,
-unless it is charged for; it passes when all of them sleep, and only as far as `go` lets it. Then all
-that was due has happened and every process waits in a sleep or has ended: nobody waits "long enough".
+unless it is charged for; it passes when all of them sleep, and only as far as `go` lets it. Then
+all that was due has happened, and every process waits in a sleep or has ended: nobody waits "long
+enough".
 
     world = simulator()                     the one world of this Python process
-    world.now, world.wall                   nanoseconds since boot, and since the epoch; both can be set
+    world.now, world.wall                   nanoseconds since boot, and since the epoch; to be set
     process = world.start(argv)             a process, as far as its first sleep or its end
     world.go(until)                         until then; what is due at that very instant is done
     world.go(until, before=True)            ... is still to be done
-    world.go(until, at_output=True)         no farther than the instant at which something is printed
+    world.go(until, at_output=True)         no farther than to where something is printed
     world.signal(process, number)           while it sleeps
     world.trigger("get_value", error=EIO)   a call that fails; `nth`, `times`, a signal, a line or a
                                             step of the calendar at a call, before or behind it
-    world.command_lasts, .command_status    of the shutdown commands, which are noted, never run
+    world.shared.command_lasts              and command_status of shutdown commands, which never run
     world.taken()                           what has happened since it was last asked: Event
 
 The lines are tables in `layout`; `guest` beside this file has them, the clocks, programs, traces
@@ -59,9 +60,8 @@ class Event(NamedTuple):
 
 
 class Process:
-    """`wake` is when its sleep ends; `ended` the time of its end, `status` then as subprocess has it.
-
-    `has_printed` tells whether it has before this sleep.
+    """`wake` is when its sleep ends, and `has_printed` tells whether it has before that; `ended` is
+    the time of its end, `status` then as subprocess has it.
     """
 
     def __init__(self, popen: subprocess.Popen, player: socket.socket, outputs: dict):
@@ -248,8 +248,9 @@ class Simulator:
         after: bool = False,
         process: int = 0,
     ):
-        """From the n-th such call from now on, of one process or all of them; returns what tells how
-        many `times` are left.
+        """From the n-th such call from now on, of one process or all of them.
+
+        Returns what tells how many `times` are left.
         """
         trigger = self.shared.trigger[self.shared.triggers]
         trigger.call, trigger.skips, trigger.times = call.encode(), nth - 1, times
