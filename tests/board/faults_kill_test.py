@@ -5,30 +5,9 @@ import pytest
 from faults import LINE_WRITE
 from kills import RELEASED, SIGKILL, assert_next_daemon_guards, left_behind
 from moments import chosen, meeting
-from rig import SECOND
 from roads import A_TIME, LAST_TEST, begin_test, find, rehearse, times
 
-from guest.clock import sleep_until
-
 pytestmark = pytest.mark.kernel
-
-
-def test_at_a_hundred_moments_of_a_battery_test(rig):
-    """A hundred while it runs, ten after it."""
-    running = times(A_TIME, 1_780_000_600)
-    over = times(A_TIME, A_TIME + 5)
-    for moment in chosen(range(110)):
-        daemon = begin_test(rig, seconds=5)
-        begun = daemon.wait_for_line("Full server", within=0.1).time
-        sleep_until(begun + moment * SECOND // 20 + SECOND // 40)
-        daemon.send(SIGKILL)
-        assert daemon.wait_for_exit(within=0.1) == -SIGKILL
-        if moment < 100:
-            expected = (running, ([0, 1], [1]), RELEASED, 1, 0)
-        else:
-            expected = (over, ([0, 1, 0], [1]), RELEASED, 0, 0)
-        assert left_behind(rig, daemon) == expected, moment
-        assert_next_daemon_guards(rig, moment)
 
 
 def test_at_each_call_of_a_battery_test(rig):
