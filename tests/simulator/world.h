@@ -4,7 +4,7 @@
 #include <cstdint>
 
 // The world of the simulated processes: a file that all of them and their player map, who has the
-// same layout in world.py. Nobody locks, for at any moment only one of them is not waiting.
+// same layout in layout.py. Nobody locks, for at any moment only one of them is not waiting.
 
 struct SimulatedLine {
   char name[32];
