@@ -9,13 +9,13 @@ import time
 from contextlib import suppress
 from typing import Mapping, Optional, Sequence, Union
 
-from guest.seen import PrintedLine, Result
+from guest.seen import PrintedLine, Result, SeenProgram
 
 # How long output may arrive after the end of the program that printed it.
 _LAST_OUTPUT_SECONDS = 0.1
 
 
-class Program:
+class Program(SeenProgram):
     """A running program with both outputs on pipes; a `with` statement kills it at the end.
 
     `env` is added to the present environment. Bounds (`within`) are in seconds; one
@@ -114,12 +114,6 @@ class Program:
             pass
         self._waiter.join()
 
-    def __enter__(self) -> "Program":
-        return self
-
-    def __exit__(self, *_) -> None:
-        self.kill()
-
     def _wait(self, done, within: float, subject: str) -> None:
         if not self._await(done, within):
             with self._changed:
@@ -157,13 +151,6 @@ class Program:
         with self._changed:
             self.ended, self.returncode = ended, status
             self._changed.notify_all()
-
-    def _report(self, problem: str) -> str:
-        state = "still running" if self.returncode is None else f"status {self.returncode}"
-        printed = "\n".join(
-            f"  {line.time / 1e9:15.6f} {line.stream}: {line.text}" for line in self.lines
-        )
-        return f"{' '.join(self.argv)}: {problem} ({state}); printed so far:\n{printed}"
 
 
 def _time_apart() -> int:

@@ -40,3 +40,38 @@ class Event(NamedTuple):
     line: Optional[str]
     level: Optional[int]  # None when the direction is set
     process: int
+
+
+class SeenProgram:
+    """What programs have in either world: `argv`, `lines`, `returncode` and `kill`."""
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_) -> None:
+        self.kill()
+
+    def _report(self, problem: str) -> str:
+        state = "still running" if self.returncode is None else f"status {self.returncode}"
+        printed = "\n".join(
+            f"  {line.time / 1e9:15.6f} {line.stream}: {line.text}" for line in self.lines
+        )
+        return f"{' '.join(self.argv)}: {problem} ({state}); printed so far:\n{printed}"
+
+
+class SeenLines:
+    """What traces have in either world: `events` and `close`."""
+
+    def writes(self, line: str) -> list[tuple[int, int]]:
+        """What was written to this line: pairs of time in nanoseconds and level."""
+        return [
+            (event.time, event.level)
+            for event in self.events()
+            if event.kind == "write" and event.line == line
+        ]
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_) -> None:
+        self.close()

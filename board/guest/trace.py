@@ -9,7 +9,7 @@ import re
 from typing import Optional
 
 from guest.lines import chips
-from guest.seen import Event
+from guest.seen import Event, SeenLines
 from guest.tracing import Recording, write
 
 _RECORD = re.compile(
@@ -19,7 +19,7 @@ _RECORD = re.compile(
 )
 
 
-class Trace:
+class Trace(SeenLines):
     """Records from its making until `close`; usable in a `with` statement.
 
     Only one can be open at a time. With `writes_only` reads are left out, for runs
@@ -49,14 +49,6 @@ class Trace:
         self._events.clear()
         return events
 
-    def writes(self, line: str) -> list[tuple[int, int]]:
-        """What was written to this line: pairs of time in nanoseconds and level."""
-        return [
-            (event.time, event.level)
-            for event in self.events()
-            if event.kind == "write" and event.line == line
-        ]
-
     def clear(self) -> None:
         """Forgets everything recorded so far."""
         self._recording.clear()
@@ -64,12 +56,6 @@ class Trace:
 
     def close(self) -> None:
         self._recording.close()
-
-    def __enter__(self) -> "Trace":
-        return self
-
-    def __exit__(self, *_) -> None:
-        self.close()
 
     def _parse(self, text: str) -> Event:
         record = _RECORD.fullmatch(text)

@@ -7,13 +7,13 @@ from typing import Mapping, Optional, Sequence, Union
 
 from guest import record
 from guest.clock import now, sleep_until
-from guest.seen import PrintedLine, Result
+from guest.seen import PrintedLine, Result, SeenProgram
 from simulator import simulator
 
 _SECOND = 10**9
 
 
-class Program:
+class Program(SeenProgram):
     """A simulated program, as far as its first sleep; as the board's otherwise."""
 
     def __init__(
@@ -103,12 +103,6 @@ class Program:
         """Kills the program and everything it started; no error if it has ended."""
         simulator().kill(self._process)
 
-    def __enter__(self) -> "Program":
-        return self
-
-    def __exit__(self, *_) -> None:
-        self.kill()
-
     def _append(self, time: int, stream: str, end: Optional[int]) -> None:
         """The lines up to there; an unfinished one at the end of all."""
         text = self._unfinished[stream] + self._process.output(stream, self._read[stream], end)
@@ -120,13 +114,6 @@ class Program:
         self._lines += [
             PrintedLine(time, stream, line.decode(errors="backslashreplace")) for line in complete
         ]
-
-    def _report(self, problem: str) -> str:
-        state = "still running" if self.returncode is None else f"status {self.returncode}"
-        printed = "\n".join(
-            f"  {line.time / 1e9:15.6f} {line.stream}: {line.text}" for line in self.lines
-        )
-        return f"{' '.join(self.argv)}: {problem} ({state}); printed so far:\n{printed}"
 
 
 def run(

@@ -2,10 +2,10 @@
 
 from guest.lines import name_of
 from guest.record import Record
-from guest.seen import Event
+from guest.seen import Event, SeenLines
 
 
-class Trace:
+class Trace(SeenLines):
     """As the board's."""
 
     def __init__(self, writes_only: bool = False, buffer_kilobytes: int = 0):
@@ -31,22 +31,8 @@ class Trace:
             for event in events
         ]
 
-    def writes(self, line: str) -> list[tuple[int, int]]:
-        """What was written to this line: pairs of time in nanoseconds and level."""
-        return [
-            (event.time, event.level)
-            for event in self.events()
-            if event.kind == "write" and event.line == line
-        ]
-
     def clear(self) -> None:
         self._record.clear()
 
     def close(self) -> None:
         self._record.close()
-
-    def __enter__(self) -> "Trace":
-        return self
-
-    def __exit__(self, *_) -> None:
-        self.close()
