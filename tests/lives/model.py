@@ -24,8 +24,7 @@ class Daemon(Process):
 
     def _life(self, words, verbose: bool) -> Iterator[int]:
         world = self.world
-        self._at("fopen")
-        values, stdout, stderr = world.load(words)
+        values, stdout, stderr = world.load(words, lambda: self._at("fopen"))
         for text in stdout:
             world.printed("stdout", text)
         for text in stderr:

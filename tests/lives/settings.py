@@ -1,7 +1,7 @@
 """The model's settings: where each value comes from and which source wins."""
 
 import re
-from typing import NamedTuple, Optional, Sequence
+from typing import Callable, NamedTuple, Optional, Sequence
 
 _TRUE, _FALSE = {"", "true", "yes", "on", "1"}, {"false", "no", "off", "0"}
 BITS = {
@@ -48,9 +48,15 @@ class Broken(Exception):
 
 
 def load(
-    words: Sequence[Sequence[str]], files: Sequence[tuple], result_file: Optional[str]
+    words: Sequence[Sequence[str]],
+    files: Sequence[tuple],
+    result_file: Optional[str],
+    before_files: Callable = lambda: None,
 ) -> Loaded:
-    """From the pairs on the command line, the files as (path, pairs), and the result file."""
+    """From the pairs on the command line, the files as (path, pairs), and the result file.
+
+    `before_files` is called before the first file is opened, which a faulty command line prevents.
+    """
     given: dict = {}
     stdout: list[str] = []
     stderr: list = []
@@ -58,6 +64,7 @@ def load(
         if any(name not in _COMMAND_LINE or value == "" for name, value in words):
             raise Broken
         _take(given, words)
+        before_files()
         for path, pairs in files:
             stdout += _file(given, path, pairs, DEFAULTS)
         if result_file is None:

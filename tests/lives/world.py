@@ -115,8 +115,9 @@ class World:
         expected, self.expected = self.expected, []
         return expected
 
-    def load(self, words):
-        return load([self._resolved(*pair) for pair in words], self.files(), self.result_file)
+    def load(self, words, before_files=lambda: None):
+        words = [self._resolved(*pair) for pair in words]
+        return load(words, self.files(), self.result_file, before_files)
 
     def files(self) -> list[tuple]:
         """Each configuration file's path and pairs."""

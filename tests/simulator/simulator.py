@@ -32,7 +32,7 @@ import struct
 import subprocess
 from contextlib import suppress
 from functools import cache
-from typing import NamedTuple, Optional, Sequence, Union
+from typing import Callable, NamedTuple, Optional, Sequence, Union
 
 from guest.seen import FIELDS
 from layout import EVENT, KINDS, NUMBER, TEXTS, World
@@ -99,12 +99,20 @@ class Process:
             os.close(descriptor)
 
 
+class Orphan(NamedTuple):
+    """A command that outlives its daemon."""
+
+    owner: int  # the daemon's process
+    end: int
+    holder: int  # a descriptor of the process that has what the command inherited
+
+
 class Simulator:
     def __init__(self):
         self._taken_out: list[bytes] = []
         self._sleeping: list[Process] = []
         self._stopped: list[Process] = []
-        self._orphans: list[tuple[int, int]] = []  # commands' holders: when they end, descriptor
+        self._orphans: list[Orphan] = []
         size = ctypes.sizeof(World)
         self._file = os.memfd_create("world")
         os.ftruncate(self._file, size + _MOST_EVENTS * EVENT.size)
@@ -146,7 +154,7 @@ class Simulator:
                 break
         else:
             shared.now = max(shared.now, until)
-        self._end_orphans()
+        self._end_orphans(lambda orphan: orphan.end <= shared.now)
 
     # Processes.
 
@@ -199,8 +207,7 @@ class Simulator:
         """With what it has started."""
         if process in self._sleeping + self._stopped:
             self.signal(process, signal.SIGKILL)
-        self._orphans = [(0, descriptor) for _, descriptor in self._orphans]
-        self._end_orphans()
+        self._end_orphans(lambda orphan: orphan.owner == process.pid)
 
     def _go_on(self, process: Process) -> None:
         self._sleeping.remove(process)
@@ -222,15 +229,15 @@ class Simulator:
                 line.holder, line.driven = 0, -1
         if self.shared.command_holder and self.shared.command_owner == process.pid:
             holder = os.pidfd_open(self.shared.command_holder)
-            self._orphans.append((self.shared.command_ends, holder))
+            self._orphans.append(Orphan(process.pid, self.shared.command_ends, holder))
             self.shared.command_holder = 0
 
-    def _end_orphans(self) -> None:
-        for orphan in [one for one in self._orphans if one[0] <= self.shared.now]:
+    def _end_orphans(self, chosen: Callable[[Orphan], bool]) -> None:
+        for orphan in filter(chosen, list(self._orphans)):
             self._orphans.remove(orphan)
-            signal.pidfd_send_signal(orphan[1], signal.SIGKILL)
-            select.select([orphan[1]], [], [])
-            os.close(orphan[1])
+            signal.pidfd_send_signal(orphan.holder, signal.SIGKILL)
+            select.select([orphan.holder], [], [])
+            os.close(orphan.holder)
 
     # What happens at calls.
 
