@@ -1,6 +1,6 @@
 #include "app/supervision.h"
 
-#include "app/battery_test.h"
+#include "app/battery_check.h"
 #include "app/clock.h"
 #include "app/power_agent.h"
 #include "app/shutdown.h"

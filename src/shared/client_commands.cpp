@@ -1,8 +1,8 @@
 #include "shared/client_commands.h"
 
-#include "app/battery_test.h"
+#include "app/battery_check.h"
 #include "app/power_agent.h"
-#include "app/test_rules.h"
+#include "app/time_rules.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -4,9 +4,9 @@ import pytest
 
 from faults import LINE_WRITE
 from kills import RELEASED, SIGKILL, assert_next_daemon_guards, left_behind
-from moments import chosen, meeting
+from rehearsals import LAST_TEST, begin_shutdown, find, rehearse
 from rig import SECOND
-from roads import LAST_TEST, begin_shutdown, find, rehearse
+from system_calls import chosen, meeting
 
 from guest.clock import now, sleep_until
 from guest.stand_in import StandIns

@@ -4,8 +4,8 @@ import pytest
 
 from faults import LINE_WRITE
 from kills import RELEASED, SIGKILL, assert_next_daemon_guards, left_behind
-from moments import chosen, meeting
-from roads import A_TIME, LAST_TEST, begin_test, find, rehearse, times
+from rehearsals import A_TIME, LAST_TEST, begin_test, find, rehearse, times
+from system_calls import chosen, meeting
 
 pytestmark = pytest.mark.kernel
 

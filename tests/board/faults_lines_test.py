@@ -6,8 +6,8 @@ from pathlib import Path
 import pytest
 
 from faults import LINE_REQUEST
-from moments import calls_in, meeting, noting
 from rig import NO_RESULT_FILE, SECOND
+from system_calls import calls_in, meeting, noting
 
 from guest.board import found
 from guest.clock import now, sleep_until

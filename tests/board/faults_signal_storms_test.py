@@ -7,8 +7,8 @@ import pytest
 
 from faults import LINE_WRITE
 from interruptions import DURING_TEST, INT, INTERRUPTED, TERM, ended
-from moments import calls_in, meeting, noting
-from roads import begin_idle, begin_shutdown, begin_test, find, rehearse
+from rehearsals import begin_idle, begin_shutdown, begin_test, find, rehearse
+from system_calls import calls_in, meeting, noting
 
 from guest.clock import now, sleep_until, wait_until
 

@@ -4,8 +4,8 @@ import pytest
 
 from faults import LINE_WRITE, OUTPUT_REQUEST
 from interruptions import TERM, ended, interrupted
-from moments import chosen, meeting
-from roads import begin_idle, begin_shutdown, begin_test, find, rehearse
+from rehearsals import begin_idle, begin_shutdown, begin_test, find, rehearse
+from system_calls import chosen, meeting
 
 pytestmark = pytest.mark.kernel
 

@@ -15,7 +15,7 @@ ENTRY = "src/app/main.cpp"
 # The scenarios that are tried first for a file; the others follow.
 _LIKELY = {
     ENTRY: ("entry_test", "requests_test", "lines_test", "client_commands_test"),
-    "src/app/battery_test.cpp": ("battery_test", "schedule_test"),
+    "src/app/battery_check.cpp": ("battery_test", "schedule_test"),
     "src/app/interrupt.cpp": ("interrupt_test",),
     "src/app/shutdown.cpp": ("shutdown_test",),
     "src/app/supervision.cpp": ("supervision_test", "shutdown_test", "requests_test"),

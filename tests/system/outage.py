@@ -23,7 +23,7 @@ from pathlib import Path
 from guest.board import found
 from guest.lines import make_chip
 
-_SUPPLY = Path(__file__).parent / "supply.py"
+_SUPPLY = Path(__file__).parent / "outage_supply.py"
 _IGNORES_TERM = ("sh", "-c", "trap '' TERM; while :; do sleep 1000; done")
 _NOTE = Path("/run/kelvo-pwr/way-down")
 

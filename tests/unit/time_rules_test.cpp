@@ -1,12 +1,12 @@
-#include "app/test_rules.h"
+#include "app/time_rules.h"
 
 #include "support/agent_test.h"
 
 #include <limits>
 
-class TestRulesTest : public AgentTest {};
+class TimeRulesTest : public AgentTest {};
 
-TEST_F(TestRulesTest, EnoughTimeHasPassedFromTheThresholdOn)
+TEST_F(TimeRulesTest, EnoughTimeHasPassedFromTheThresholdOn)
 {
   constexpr std::uint32_t largest = std::numeric_limits<std::uint32_t>::max();
   const struct {
@@ -47,21 +47,21 @@ TEST_F(TestRulesTest, EnoughTimeHasPassedFromTheThresholdOn)
   }
 }
 
-TEST_F(TestRulesTest, TheFractionOfASecondDoesNotCount)
+TEST_F(TimeRulesTest, TheFractionOfASecondDoesNotCount)
 {
   powerAgent.settings.startTimestamp = 1000;
   fakeClock.setWall(1059'999'999'999ns);
   EXPECT_FALSE(hasPassedSinceLastTest(60));
 }
 
-TEST_F(TestRulesTest, TheTimeSinceTheLastTestIsByTheWallClock)
+TEST_F(TimeRulesTest, TheTimeSinceTheLastTestIsByTheWallClock)
 {
   powerAgent.settings.startTimestamp = startOfClock;
   hasPassedSinceLastTest(60);
   EXPECT_EQ(fakeClock.reads, std::vector<clockid_t>{CLOCK_REALTIME});
 }
 
-TEST_F(TestRulesTest, TheQuietTimeAfterBootEndsAtItsSetting)
+TEST_F(TimeRulesTest, TheQuietTimeAfterBootEndsAtItsSetting)
 {
   const struct {
     std::uint64_t uptime;
@@ -80,7 +80,7 @@ TEST_F(TestRulesTest, TheQuietTimeAfterBootEndsAtItsSetting)
   }
 }
 
-TEST_F(TestRulesTest, TheQuietTimeIsByTheSteadyClock)
+TEST_F(TimeRulesTest, TheQuietTimeIsByTheSteadyClock)
 {
   setNow(0);
   EXPECT_TRUE(isUpLongEnough());

@@ -1,12 +1,12 @@
-"""Exact moments of a program's life: each of its system calls, told and met by strace."""
+"""Each system call of a program, told and met by strace."""
 
 import os
 from collections import Counter
 from pathlib import Path
 from typing import NamedTuple, Sequence
 
-# For a quick verdict only some of all moments are met.
-EVERY_NTH = int(os.environ.get("EVERY_NTH_MOMENT", "1"))
+# For a quick verdict only some of all calls are met.
+EVERY_NTH = int(os.environ.get("EVERY_NTH_CALL", "1"))
 
 
 class Call(NamedTuple):
@@ -15,9 +15,9 @@ class Call(NamedTuple):
     text: str  # as strace writes it
 
 
-def chosen(moments: Sequence[int]) -> Sequence[int]:
-    """Those of the moments that this run is to meet."""
-    return moments[::EVERY_NTH]
+def chosen(calls: Sequence[int]) -> Sequence[int]:
+    """Those of the calls that this run is to meet."""
+    return calls[::EVERY_NTH]
 
 
 def noting(log: Path) -> tuple[str, ...]:

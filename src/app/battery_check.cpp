@@ -1,8 +1,8 @@
-#include "app/battery_test.h"
+#include "app/battery_check.h"
 
 #include "app/clock.h"
 #include "app/power_agent.h"
-#include "app/test_rules.h"
+#include "app/time_rules.h"
 #include "gpio/lines.h"
 
 #include <iostream>

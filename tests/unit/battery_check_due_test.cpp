@@ -1,4 +1,4 @@
-#include "app/battery_test.h"
+#include "app/battery_check.h"
 
 #include "support/agent_test.h"
 

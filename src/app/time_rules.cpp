@@ -1,4 +1,4 @@
-#include "app/test_rules.h"
+#include "app/time_rules.h"
 
 #include "app/clock.h"
 #include "app/power_agent.h"

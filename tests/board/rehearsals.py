@@ -1,7 +1,7 @@
 """Daemons that go the way a test is about as soon as they are up, and its system calls."""
 
-from moments import calls_in, noting
 from rig import SECOND
+from system_calls import calls_in, noting
 
 from guest.clock import now, set_wall, sleep_until
 

@@ -1,4 +1,4 @@
-#include "app/battery_test.h"
+#include "app/battery_check.h"
 
 #include "support/agent_test.h"
 
@@ -7,9 +7,9 @@
 #include <system_error>
 
 /// One test of the battery.
-class BatteryTestTest : public AgentTest {
+class BatteryCheckTest : public AgentTest {
  protected:
-  BatteryTestTest()
+  BatteryCheckTest()
   {
     requestAllLines();
     powerAgent.sharedState.status->batteryBad = 77;
@@ -50,7 +50,7 @@ class BatteryTestTest : public AgentTest {
 
 using Story = std::vector<std::string>;
 
-TEST_F(BatteryTestTest, OfNoSecondsReadsTheBatteryOnce)
+TEST_F(BatteryCheckTest, OfNoSecondsReadsTheBatteryOnce)
 {
   const struct {
     int level;
@@ -71,7 +71,7 @@ TEST_F(BatteryTestTest, OfNoSecondsReadsTheBatteryOnce)
   }
 }
 
-TEST_F(BatteryTestTest, OfOneSecondSamplesEvery50Milliseconds)
+TEST_F(BatteryCheckTest, OfOneSecondSamplesEvery50Milliseconds)
 {
   const Outcome outcome = test(1);
   Story expected = {"0.000 write BAT-T2 1", "0.000 read BAT-T1 1", "0.000 > MS: 100000000",
@@ -86,7 +86,7 @@ TEST_F(BatteryTestTest, OfOneSecondSamplesEvery50Milliseconds)
   EXPECT_TRUE(outcome.isGood);
 }
 
-TEST_F(BatteryTestTest, SleepsTenAndFortyMilliseconds)
+TEST_F(BatteryCheckTest, SleepsTenAndFortyMilliseconds)
 {
   test(1);
   ASSERT_EQ(fakeClock.sleeps.size(), 40U);
@@ -96,7 +96,7 @@ TEST_F(BatteryTestTest, SleepsTenAndFortyMilliseconds)
   }
 }
 
-TEST_F(BatteryTestTest, TakesItsTimeWhenMillisecondsSinceBootExceed32Bits)
+TEST_F(BatteryCheckTest, TakesItsTimeWhenMillisecondsSinceBootExceed32Bits)
 {
   for (const std::chrono::seconds uptime : {4'294'965s, 5'184'000s}) {
     SCOPED_TRACE(uptime.count());
@@ -109,7 +109,7 @@ TEST_F(BatteryTestTest, TakesItsTimeWhenMillisecondsSinceBootExceed32Bits)
   }
 }
 
-TEST_F(BatteryTestTest, OfAGoodBatteryTakesItsWholeTime)
+TEST_F(BatteryCheckTest, OfAGoodBatteryTakesItsWholeTime)
 {
   for (const std::uint16_t seconds : std::initializer_list<std::uint16_t>{5, 600}) {
     SCOPED_TRACE(seconds);
@@ -127,7 +127,7 @@ TEST_F(BatteryTestTest, OfAGoodBatteryTakesItsWholeTime)
   }
 }
 
-TEST_F(BatteryTestTest, OfTheLongestDurationEnds)
+TEST_F(BatteryCheckTest, OfTheLongestDurationEnds)
 {
   fakeLines.notesReads = false;
   const Outcome outcome = test(65535);
@@ -137,7 +137,7 @@ TEST_F(BatteryTestTest, OfTheLongestDurationEnds)
   EXPECT_EQ(outcome.recording.out, progressLines(65535));
 }
 
-TEST_F(BatteryTestTest, OfALowBatteryEndsAtOnceWithoutProgress)
+TEST_F(BatteryCheckTest, OfALowBatteryEndsAtOnceWithoutProgress)
 {
   fakeLines["BAT-T1"].level = 0;
   const Outcome outcome = test(600);
@@ -146,7 +146,7 @@ TEST_F(BatteryTestTest, OfALowBatteryEndsAtOnceWithoutProgress)
                                             "0.000 write BAT-T2 0", "0.000 batteryBad 1"}));
 }
 
-TEST_F(BatteryTestTest, ALowReadingIsActedOnAfterTheRestOfItsStep)
+TEST_F(BatteryCheckTest, ALowReadingIsActedOnAfterTheRestOfItsStep)
 {
   const struct {
     const char* name;
@@ -178,20 +178,20 @@ TEST_F(BatteryTestTest, ALowReadingIsActedOnAfterTheRestOfItsStep)
   }
 }
 
-TEST_F(BatteryTestTest, AFallAfterTheLastSampleIsNotSeen)
+TEST_F(BatteryCheckTest, AFallAfterTheLastSampleIsNotSeen)
 {
   batteryFallsAt(4961ms);
   EXPECT_TRUE(test(5).isGood);
 }
 
-TEST_F(BatteryTestTest, ADipBetweenTwoSamplesIsNotSeen)
+TEST_F(BatteryCheckTest, ADipBetweenTwoSamplesIsNotSeen)
 {
   batteryFallsAt(2011ms);
   fakeClock.at(2059ms, [] { fakeLines["BAT-T1"].level = 1; });
   EXPECT_TRUE(test(5).isGood);
 }
 
-TEST_F(BatteryTestTest, AnyLevelButOneIsLow)
+TEST_F(BatteryCheckTest, AnyLevelButOneIsLow)
 {
   fakeClock.at(500ms, [] { fakeLines["BAT-T1"].level = 2; });
   const Outcome outcome = test(5);
@@ -199,7 +199,7 @@ TEST_F(BatteryTestTest, AnyLevelButOneIsLow)
   EXPECT_EQ(status().batteryBad, 1);
 }
 
-TEST_F(BatteryTestTest, InterruptedSleepsAreResumed)
+TEST_F(BatteryCheckTest, InterruptedSleepsAreResumed)
 {
   fakeClock.failSleepAt(4ms, EINTR);
   fakeClock.failSleepAt(30ms, EINTR);
@@ -211,7 +211,7 @@ TEST_F(BatteryTestTest, InterruptedSleepsAreResumed)
   EXPECT_EQ(fakeClock.sleeps[3].requested, 20ms);
 }
 
-TEST_F(BatteryTestTest, AFailedSleepShortensOnlyItsStep)
+TEST_F(BatteryCheckTest, AFailedSleepShortensOnlyItsStep)
 {
   fakeClock.failSleepAt(20ms, EINVAL);
   const Outcome outcome = test(1);
@@ -220,7 +220,7 @@ TEST_F(BatteryTestTest, AFailedSleepShortensOnlyItsStep)
   EXPECT_EQ(fakeClock.elapsed(), 1020ms);
 }
 
-TEST_F(BatteryTestTest, ASecondLastsUntilMoreThan999MillisecondsArePast)
+TEST_F(BatteryCheckTest, ASecondLastsUntilMoreThan999MillisecondsArePast)
 {
   // The first step ends one millisecond early, so the twentieth ends at 999.
   fakeClock.failSleepAt(49ms, EINVAL);
@@ -228,7 +228,7 @@ TEST_F(BatteryTestTest, ASecondLastsUntilMoreThan999MillisecondsArePast)
   EXPECT_EQ(fakeClock.elapsed(), 1049ms);
 }
 
-TEST_F(BatteryTestTest, AWallClockThatIsSetDoesNotMatter)
+TEST_F(BatteryCheckTest, AWallClockThatIsSetDoesNotMatter)
 {
   fakeClock.at(700ms, [] { setNow(5); });
   fakeClock.at(1700ms, [] { setNow(startOfClock * 2); });
@@ -240,13 +240,13 @@ TEST_F(BatteryTestTest, AWallClockThatIsSetDoesNotMatter)
   }
 }
 
-TEST_F(BatteryTestTest, ProgressShowsFullMillisecondsSinceBoot)
+TEST_F(BatteryCheckTest, ProgressShowsFullMillisecondsSinceBoot)
 {
   fakeClock.setUptime(5'000'000'000s + 123'999'999ns);
   EXPECT_EQ(test(1).recording.out, "MS: 5000000000123\n");
 }
 
-TEST_F(BatteryTestTest, TestingIsTheCallers)
+TEST_F(BatteryCheckTest, TestingIsTheCallers)
 {
   for (const std::uint8_t testing : std::initializer_list<std::uint8_t>{1, 0}) {
     powerAgent.sharedState.status->testing = testing;
@@ -255,7 +255,7 @@ TEST_F(BatteryTestTest, TestingIsTheCallers)
   }
 }
 
-TEST_F(BatteryTestTest, AFailingReadLeavesAcPowerDisconnected)
+TEST_F(BatteryCheckTest, AFailingReadLeavesAcPowerDisconnected)
 {
   fakeClock.at(500ms, [] { fakeLines["BAT-T1"].readError = EIO; });
   EXPECT_THROW(record([] { runBatteryTest(5); }), std::system_error);
@@ -263,7 +263,7 @@ TEST_F(BatteryTestTest, AFailingReadLeavesAcPowerDisconnected)
   EXPECT_EQ(status().batteryBad, 77);
 }
 
-TEST_F(BatteryTestTest, AFailingReconnectionThrowsBeforeTheResultIsPublished)
+TEST_F(BatteryCheckTest, AFailingReconnectionThrowsBeforeTheResultIsPublished)
 {
   fakeClock.at(500ms, [] { fakeLines["BAT-T2"].writeError = EIO; });
   EXPECT_THROW(record([] { runBatteryTest(1); }), std::system_error);
@@ -271,7 +271,7 @@ TEST_F(BatteryTestTest, AFailingReconnectionThrowsBeforeTheResultIsPublished)
   EXPECT_EQ(status().batteryBad, 77);
 }
 
-TEST_F(BatteryTestTest, AFailingDisconnectionThrowsBeforeAnythingIsRead)
+TEST_F(BatteryCheckTest, AFailingDisconnectionThrowsBeforeAnythingIsRead)
 {
   fakeLines["BAT-T2"].writeError = EIO;
   fakeLines["BAT-T1"].readError = ENODEV;
@@ -279,7 +279,7 @@ TEST_F(BatteryTestTest, AFailingDisconnectionThrowsBeforeAnythingIsRead)
   EXPECT_NE(text.find("Input/output error"), std::string::npos);
 }
 
-TEST_F(BatteryTestTest, OneWatchedSecondSamplesAtOnce)
+TEST_F(BatteryCheckTest, OneWatchedSecondSamplesAtOnce)
 {
   bool isOk = true;
   fakeLines["BAT-T1"].level = 0;
@@ -290,7 +290,7 @@ TEST_F(BatteryTestTest, OneWatchedSecondSamplesAtOnce)
   EXPECT_TRUE(fakeClock.sleeps.empty());
 }
 
-TEST_F(BatteryTestTest, OneWatchedSecondOfAGoodBatteryIsOk)
+TEST_F(BatteryCheckTest, OneWatchedSecondOfAGoodBatteryIsOk)
 {
   bool isOk = false;
   const Recording recording = record([&] { isOk = watchBatteryOneSecond(); });
@@ -301,7 +301,7 @@ TEST_F(BatteryTestTest, OneWatchedSecondOfAGoodBatteryIsOk)
             (Story{"0.000 > MS: 100000000", "1.000 count 1"}));
 }
 
-TEST_F(BatteryTestTest, OnlyTheValueOneIsABadResult)
+TEST_F(BatteryCheckTest, OnlyTheValueOneIsABadResult)
 {
   for (const std::uint8_t value : std::initializer_list<std::uint8_t>{0, 1, 2, 255}) {
     SCOPED_TRACE(int{value});
