@@ -1,8 +1,8 @@
 """Breaks src in one small place at a time and reports the breaks that no test notices.
 
 Works in a copy of the checkout. Each break is built and put before the unit tier, a break of the
-entry point before tests/host/start_up_test.py; those that survive it go before most scenarios of
-the board.
+entry point before tests/host/start_up_test.py; those that survive it go before the
+scenarios, simulated and then on the board.
 Ends with status 1 when one survives that is not in tests/mutation/survivors.json.
 """
 
@@ -25,7 +25,7 @@ def main() -> int:
     breaks = [
         one
         for name in compiled_files()
-        if _is_chosen(name, arguments.files) and (name != ENTRY or not arguments.no_board)
+        if _is_chosen(name, arguments.files) and (name != ENTRY or not arguments.unit_only)
         for one in breaks_of(ROOT, name)
     ]
     if arguments.list:
@@ -55,7 +55,7 @@ def _arguments() -> argparse.Namespace:
     parser = argparse.ArgumentParser(prog="mutate", description=__doc__.split("\n", 1)[0])
     parser.add_argument("files", nargs="*", help="patterns such as 'src/app/*' (default: all)")
     parser.add_argument("--list", action="store_true", help="only show the breaks")
-    parser.add_argument("--no-board", action="store_true", help="unit tier only")
+    parser.add_argument("--unit-only", action="store_true", help="no scenarios")
     parser.add_argument("--seed", type=int, default=1, metavar="N", help="of the order")
     parser.add_argument("--work", type=Path, metavar="FOLDER", help="keep the copy and its build")
     parser.add_argument("--skip", type=int, default=0, metavar="N", help="leave out the first N")
@@ -77,7 +77,7 @@ def _judge(breaks: list[Break], trial: Trial, arguments: argparse.Namespace) -> 
         if end is not None and time.monotonic() > end:
             print(f"Out of time: {len(breaks) - number} of {len(breaks)} were not tried.")
             break
-        verdict = trial.of(one, with_board=not arguments.no_board)
+        verdict = trial.of(one, with_scenarios=not arguments.unit_only)
         tried.append((one, verdict))
         print(f"{number + 1}/{len(breaks)} {one.file}:{one.line} {verdict}", flush=True)
         if verdict == "survived":
@@ -91,8 +91,8 @@ def _report(tried: list) -> int:
     unknown = [one for one in survivors if results.reason(one) is None]
     print(f"\n{len(tried)} breaks, of which {counts['does not compile']} do not compile:")
     print(f"{counts['unit']} noticed by the unit tier, {counts['host']} by a start on the host,")
-    print(f"{counts['board']} by the board tier, {len(survivors)} survived; known are")
-    print(f"{len(survivors) - len(unknown)} of these, and not these:")
+    print(f"{counts['simulator']} simulated, {counts['board']} on the board,")
+    print(f"{len(survivors)} survived; known are {len(survivors) - len(unknown)}, and not these:")
     for one in unknown:
         print(f"\n{one.file}:{one.line}\n{one.diff()}")
     return 1 if unknown else 0

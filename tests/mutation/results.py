@@ -13,7 +13,7 @@ sys.path.append(str(Path(__file__).resolve().parent.parent / "docs"))
 
 from kept import keep  # noqa: E402
 
-VERDICTS = ("does not compile", "unit", "host", "board", "survived")
+VERDICTS = ("does not compile", "unit", "host", "simulator", "board", "survived")
 KNOWN = json.loads((Path(__file__).parent / "survivors.json").read_text())
 
 
@@ -45,7 +45,7 @@ def keep_counts(tried: list, of: int, seed: int) -> None:
         "values": {"tried": len(tried), "all": of, "seed": seed},
         "columns": [
             "Breaks of", "Tried", "Do not compile", "Noticed by unit tests", "on the host",
-            "on the board", "Survived",
+            "simulated", "on the board", "Survived",
         ],
         "rows": rows,
     })

@@ -12,28 +12,9 @@ from checkout import copy_checkout, run
 # Not part of the unit tests.
 ENTRY = "src/app/main.cpp"
 
-# The scenarios that are tried first for a file; the others follow.
-_LIKELY = {
-    ENTRY: ("entry_test", "requests_test", "lines_test", "client_commands_test"),
-    "src/app/battery_check.cpp": ("battery_test", "schedule_test"),
-    "src/app/interrupt.cpp": ("interrupt_test",),
-    "src/app/shutdown.cpp": ("shutdown_test",),
-    "src/app/supervision.cpp": ("supervision_test", "shutdown_test", "requests_test"),
-    "src/config/power_settings.cpp": ("settings_test",),
-    "src/config/result_file.cpp": ("result_file_test",),
-    "src/shared/shared_state.cpp": ("shared_state_test",),
-    "src/shared/client_commands.cpp": ("client_commands_test", "requests_test"),
-}
-
-# Scenarios that take long and show what others show, or do not run the program.
-_LEFT_OUT = (
-    "board_itself",
-    "faults_kill",
-    "faults_signal",
-    "fortnight",
-    "robust_lock",
-    "two_builds",
-)
+# By ctest's names. At the board's each scenario has its turn, but for those that take long and show
+# what others show.
+_SIMULATOR, _BOARD = r"^simulator\.", r"^quick\.[0-9]+$"
 
 # The headers of the libraries, which take most of the time of a build.
 _PRECOMPILED = """
@@ -65,13 +46,8 @@ class Trial:
             sys.exit("mutate: the unbroken program does not build and pass")
         # A break may make an endless loop, and a machine may be busy with other things.
         self._unit_limit = 20 + 10 * (time.monotonic() - begin)
-        self._scenarios = [
-            file
-            for file in sorted((folder / "tests" / "board").glob("*_test.py"))
-            if not file.stem.startswith(_LEFT_OUT)
-        ]
 
-    def of(self, one: Break, with_board: bool) -> str:
+    def of(self, one: Break, with_scenarios: bool) -> str:
         file = self._folder / one.file
         whole = file.read_text()
         lines = whole.split("\n")
@@ -85,8 +61,11 @@ class Trial:
                 return "unit"
             if is_entry and self._builds("segment_tool") and not self._passes_host():
                 return "host"
-            if with_board and self._builds("kelvo-pwr") and not self._passes_board(one.file):
-                return "board"
+            if with_scenarios and self._builds("kelvo-pwr", "simulator", "segment_tool"):
+                if not self._passes_ctest(_SIMULATOR):
+                    return "simulator"
+                if not self._passes_ctest(_BOARD):
+                    return "board"
             return "survived"
         finally:
             file.write_text(whole)
@@ -100,30 +79,22 @@ class Trial:
         words = (program, "--gtest_fail_fast", f"--gtest_filter={tests}")
         return self._run(*words, within=self._unit_limit) == 0
 
-    def _passes_board(self, broken: str) -> bool:
-        first = _LIKELY.get(broken, ())
-        order = sorted(
-            self._scenarios,
-            key=lambda file: first.index(file.stem) if file.stem in first else len(first),
-        )
-        return all(self._passes_scenario(file) for file in order)
-
     def _passes_host(self) -> bool:
         command = str(self._folder / "tests/host/with_own_shm")
-        return self._passes_pytest(command, file=self._folder / "tests/host/start_up_test.py")
-
-    def _passes_scenario(self, file: Path) -> bool:
-        board = str(self._folder / "board/board")
-        return self._passes_pytest(board, "run", "--timeout", "500", "--", file=file)
-
-    def _passes_pytest(self, *before: str, file: Path) -> bool:
         words = ["-m", "pytest", "-q", "-x", "-p", "no:cacheprovider", "--import-mode=importlib"]
-        return self._run(*before, "/usr/bin/python3", *words, str(file), within=600) == 0
+        file = str(self._folder / "tests/host/start_up_test.py")
+        return self._run(command, "/usr/bin/python3", *words, file, within=600) == 0
+
+    def _passes_ctest(self, tests: str) -> bool:
+        words = ("ctest", "--test-dir", str(self._build), "-R", tests, "--stop-on-failure")
+        return self._run(*words, within=3600) == 0
 
     def _run(self, *words: str, within: float) -> Optional[int]:
         programs = {
             "KELVO_PWR": str(self._build / "kelvo-pwr"),
             "SEGMENT_TOOL": str(self._build / "tests/board/segment_tool"),
+            # A test that is skipped has noticed nothing.
+            "KELVO_REQUIRES": "board namespaces",
         }
         return run(words, self._folder, within, programs)
 
