@@ -1,0 +1,124 @@
+#include "settings.h"
+
+#include <boost/program_options/options_description.hpp>
+#include <boost/program_options/parsers.hpp>
+#include <boost/program_options/positional_options.hpp>
+#include <boost/program_options/value_semantic.hpp>
+#include <boost/program_options/variables_map.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+
+namespace options = boost::program_options;
+
+namespace {
+
+/// Looking again sooner could find a daemon that lives at the same count.
+constexpr std::int32_t shortestPeriod = 2;
+
+options::options_description commandLine(MonitorSettings& settings, std::string& configuration)
+{
+  options::options_description words("Options");
+  // clang-format off
+  words.add_options()
+    ("help,h", options::bool_switch(&settings.isHelp), "Show this text")
+    ("conf,c", options::value(&configuration), "Configuration file, with the options below")
+    ("once", options::bool_switch(&settings.isOnce), "Look once");
+  // clang-format on
+  return words;
+}
+
+options::options_description everywhere(MonitorSettings& settings)
+{
+  options::options_description keys("Options that a configuration file may have, too");
+  // clang-format off
+  keys.add_options()
+    ("prometheus", options::value(&settings.prometheus),
+     "File for the textfile collector of Prometheus' node exporter, FOLDER/NAME.prom")
+    ("board", options::value(&settings.board), "Label for its metrics")
+    ("nut", options::value(&settings.nut),
+     "File for the driver dummy-ups of Network UPS Tools")
+    ("events", options::value(&settings.events),
+     "Folder with the executables that are called for each event")
+    ("events.limit", options::value(&settings.eventsLimit)->default_value(settings.eventsLimit),
+     "Seconds that each of them may take")
+    ("state", options::value(&settings.state), "File for what is to be remembered")
+    ("daemon.conf", options::value(&settings.daemonConfiguration),
+     "Configuration file of kelvo-pwr")
+    ("period", options::value(&settings.period)->default_value(settings.period),
+     "Seconds from one look to the next, at least 2");
+  // clang-format on
+  return keys;
+}
+
+bool isGoodName(const std::string& board)
+{
+  return std::all_of(board.begin(), board.end(), [](unsigned char character) {
+    return std::isalnum(character) != 0 || character == '.' || character == '_' || character == '-';
+  });
+}
+
+void check(const MonitorSettings& settings)
+{
+  const std::string& file = settings.prometheus;
+  // The collector reads no other names.
+  if (!file.empty() && (file.size() < 6 || file.substr(file.size() - 5) != ".prom")) {
+    throw std::runtime_error("not a name for the textfile collector: '" + file + "'");
+  }
+  if (!isGoodName(settings.board)) {
+    throw std::runtime_error("bad name of a board: '" + settings.board + "'");
+  }
+  if (settings.period < shortestPeriod) {
+    throw std::runtime_error("the period is too short");
+  }
+  if (settings.eventsLimit < 1) {
+    throw std::runtime_error("the limit for events is too short");
+  }
+  if (file.empty() && settings.nut.empty() && settings.events.empty()) {
+    throw std::runtime_error("nothing to do: neither prometheus nor nut nor events is given");
+  }
+}
+
+}  // namespace
+
+MonitorSettings monitorSettings(int argc, const char* const argv[])
+{
+  MonitorSettings settings;
+  std::string configuration;
+  const options::options_description keys = everywhere(settings);
+  options::options_description words = commandLine(settings, configuration);
+  words.add(keys);
+  options::variables_map values;
+  // A word without an option is refused.
+  options::store(options::command_line_parser(argc, argv)
+                     .options(words)
+                     .positional(options::positional_options_description())
+                     .run(),
+                 values);
+  options::notify(values);
+  if (settings.isHelp) {
+    return settings;
+  }
+  if (!configuration.empty()) {
+    std::ifstream file(configuration);
+    if (!file) {
+      throw std::runtime_error("cannot read " + configuration);
+    }
+    options::store(options::parse_config_file(file, keys), values);
+    options::notify(values);
+  }
+  check(settings);
+  return settings;
+}
+
+void printHelp()
+{
+  MonitorSettings settings;
+  std::string configuration;
+  options::options_description words = commandLine(settings, configuration);
+  words.add(everywhere(settings));
+  std::cout << "Hands the status of kelvo-pwr on.\n\n" << words;
+}

@@ -1,0 +1,242 @@
+"""The program itself over a segment that is made here: its files, its calls, its end.
+
+Runs with a /dev/shm of its own.
+"""
+
+import os
+import signal
+import subprocess
+import threading
+import time
+from contextlib import contextmanager
+from pathlib import Path
+
+import pytest
+
+MONITOR = os.environ["KELVO_PWR_MONITOR"]
+SEGMENT_TOOL = os.environ["SEGMENT_TOOL"]
+# For what is waited for until it happens.
+LONG = 60
+SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
+
+
+def set_fields(*assignments):
+    subprocess.run([SEGMENT_TOOL, "set", *assignments], check=True)
+
+
+def wait_until(condition):
+    end = time.monotonic() + LONG
+    while not condition():
+        assert time.monotonic() < end
+        time.sleep(0.05)
+
+
+class Heart:
+    """Has the count move on, as a daemon does that lives."""
+
+    def __init__(self):
+        subprocess.run([SEGMENT_TOOL, "make", "status", "request"], check=True)
+        self._over = threading.Event()
+        self._thread = threading.Thread(target=self._beat)
+
+    def __enter__(self):
+        self._thread.start()
+        return self
+
+    def __exit__(self, *_):
+        self._over.set()
+        self._thread.join()
+
+    def _beat(self):
+        count = 100
+        while not self._over.wait(0.3):
+            count += 1
+            set_fields(f"count={count}")
+
+
+@pytest.fixture
+def heart():
+    with Heart() as heart:
+        yield heart
+    SEGMENT.unlink()
+
+
+class Home:
+    def __init__(self, folder):
+        self.folder = folder
+        self.metrics, self.nut, self.state = (
+            folder / name for name in ("kelvo_pwr.prom", "nut", "state")
+        )
+        self.events = folder / "events.d"
+        self.events.mkdir()
+        self._notes = folder / "notes"
+        self.words = [
+            *(f"--prometheus={self.metrics}", f"--nut={self.nut}", f"--state={self.state}"),
+            *(f"--events={self.events}", "--period=2", f"--daemon.conf={folder / 'conf'}"),
+        ]
+        (folder / "conf").write_text(f"sys.save.path={folder / 'result'}\n")
+
+    def executable(self, name, script):
+        path = self.events / name
+        path.write_text(f"#!/bin/sh\n{script}\n")
+        path.chmod(0o755)
+
+    def noting(self, name, then=":"):
+        """One that notes its name and the number and name of the event, and then does this."""
+        self.executable(name, f'echo {name} "$KELVO_EVENT_NUMBER" "$1" >>{self._notes}; {then}')
+
+    def notes(self):
+        return self._notes.read_text().splitlines() if self._notes.exists() else []
+
+    @contextmanager
+    def monitor(self):
+        command = [MONITOR, *self.words]
+        with subprocess.Popen(command, stderr=subprocess.PIPE, text=True) as monitor:
+            try:
+                yield monitor
+            finally:
+                monitor.kill()
+
+    def end(self, monitor):
+        monitor.terminate()
+        assert monitor.wait(LONG) == 0
+
+    def gate(self):
+        """A script that waits for it to be opened."""
+        os.mkfifo(self.folder / "gate")
+        return f"read line <{self.folder / 'gate'}"
+
+    def open_gate(self):
+        (self.folder / "gate").write_text("open\n")
+
+
+@pytest.fixture
+def home(tmp_path):
+    return Home(tmp_path)
+
+
+def test_an_orderly_end_loses_and_doubles_no_call(heart, home):
+    home.noting("10-a", home.gate())
+    home.noting("20-b")
+    set_fields("missingPower=1", "batteryEmpty=1")
+    with home.monitor() as monitor:
+        wait_until(lambda: home.notes() == ["10-a 1 power-lost"])
+        monitor.terminate()
+        # It lets what runs come to its end, and starts nothing more.
+        with pytest.raises(subprocess.TimeoutExpired):
+            monitor.wait(1)
+        home.open_gate()
+        assert monitor.wait(LONG) == 0
+    assert home.notes() == ["10-a 1 power-lost"]
+    home.noting("10-a")
+    expected = ["10-a 1 power-lost", "20-b 1 power-lost"]
+    expected += ["10-a 2 battery-empty", "20-b 2 battery-empty"]
+    with home.monitor() as monitor:
+        wait_until(lambda: len(home.notes()) >= len(expected))
+        home.end(monitor)
+    assert home.notes() == expected
+
+
+def test_a_call_in_whose_middle_the_monitor_is_killed_comes_again(heart, home):
+    home.noting("10-a")
+    home.noting("20-b", home.gate())
+    set_fields("missingPower=1")
+    with home.monitor() as monitor:
+        wait_until(lambda: len(home.notes()) == 2)
+        monitor.kill()
+        monitor.wait(LONG)
+    home.open_gate()
+    home.noting("20-b")
+    with home.monitor() as monitor:
+        wait_until(lambda: len(home.notes()) == 3)
+        home.end(monitor)
+    assert home.notes() == ["10-a 1 power-lost", "20-b 1 power-lost", "20-b 1 power-lost"]
+
+
+def test_a_call_that_hangs_holds_up_no_look(heart, home):
+    home.noting("10-a", home.gate())
+    set_fields("missingPower=1")
+    with home.monitor() as monitor:
+        wait_until(lambda: len(home.notes()) == 1)
+        set_fields("testing=1")
+        wait_until(lambda: "kelvo_pwr_testing 1\n" in home.metrics.read_text())
+        assert len(home.notes()) == 1
+        home.open_gate()
+        home.end(monitor)
+
+
+@pytest.mark.parametrize("number", [signal.SIGHUP, signal.SIGINT, signal.SIGTERM])
+def test_what_would_be_untrue_without_it_goes_with_it(heart, home, number):
+    with home.monitor() as monitor:
+        wait_until(home.nut.exists)
+        monitor.send_signal(number)
+        assert monitor.wait(LONG) == 0
+        assert monitor.stderr.read() == "The daemon lives\n"
+    assert not home.nut.exists()
+    assert home.metrics.exists()
+
+
+def test_a_daemon_that_stands_still_is_not_believed(home):
+    with home.monitor() as monitor:
+        with Heart():
+            wait_until(home.nut.exists)
+            assert monitor.stderr.readline().endswith("No such file or directory\n")
+            assert monitor.stderr.readline() == "The daemon lives\n"
+        wait_until(lambda: not home.nut.exists())
+        assert monitor.stderr.readline() == "The daemon is gone or hangs\n"
+        SEGMENT.unlink()
+        home.end(monitor)
+
+
+def test_a_full_disk_takes_away_what_would_become_untrue(heart, home):
+    home.noting("10-a")
+    with home.monitor() as monitor:
+        wait_until(home.nut.exists)
+        for file in (home.nut, home.metrics, home.state):
+            Path(f"{file}.new").symlink_to("/dev/full")
+        set_fields("missingPower=1")
+        wait_until(lambda: not home.nut.exists())
+        # Events are told all the same.
+        wait_until(lambda: home.notes() == ["10-a 1 power-lost"])
+        assert "kelvo_pwr_power_missing 0\n" in home.metrics.read_text()
+        for file in (home.metrics, home.state):
+            Path(f"{file}.new").unlink()
+        wait_until(lambda: "kelvo_pwr_power_missing 1\n" in home.metrics.read_text())
+        wait_until(lambda: "events=1\n" in home.state.read_text())
+        home.end(monitor)
+        assert f"{home.nut}.new: No space left on device\n" in monitor.stderr.read()
+
+
+def test_a_spoilt_state_is_told_and_begun_anew(heart, home):
+    home.state.write_text("spoilt")
+    with home.monitor() as monitor:
+        wait_until(lambda: "alive=1\n" in home.state.read_text())
+        home.end(monitor)
+        assert monitor.stderr.readline() != "The daemon lives\n"
+
+
+def run_once(*words):
+    done = subprocess.run([MONITOR, *words], capture_output=True, text=True, timeout=LONG)
+    return done.stdout, done.stderr, done.returncode
+
+
+def test_once(heart, home):
+    assert run_once("--once", f"--prometheus={home.metrics}") == ("", "", 0)
+    assert "kelvo_pwr_up 1\n" in home.metrics.read_text()
+
+
+def test_once_without_a_segment(home):
+    told = f"{SEGMENT}: No such file or directory\n"
+    assert run_once("--once", f"--prometheus={home.metrics}") == ("", told, 0)
+    assert home.metrics.read_text().splitlines()[2:] == ["kelvo_pwr_up 0"]
+
+
+def test_bad_words():
+    told = "kelvo-pwr-monitor: the period is too short\n"
+    assert run_once("--nut=file", "--period=1") == ("", told, 2)
+
+
+def test_help():
+    stdout, stderr, status = run_once("--help")
+    assert stdout.startswith("Hands the status of kelvo-pwr on.\n\nOptions:\n")
+    assert (stderr, status) == ("", 0)
