@@ -6,7 +6,7 @@ from typing import NamedTuple
 
 import pytest
 
-from node_exporter import EXPORTER, NodeExporter
+from node_exporter import NodeExporter, export_command
 from rig import PROGRAM, SECOND
 
 from guest.clock import sleep_until
@@ -104,8 +104,9 @@ def start(member):
 
 
 def export(member, board):
-    argv = ["nsenter", f"--target={board.pid}", "--mount", EXPORTER]
-    result = run([*argv, f"{FOLDER}/{member.name}.prom", member.name], env={"KELVO_PWR": PROGRAM})
+    argv = ["nsenter", f"--target={board.pid}", "--mount"]
+    command = export_command(f"{FOLDER}/{member.name}.prom", member.name)
+    result = run([*argv, *command], env={"KELVO_PWR": PROGRAM})
     assert result == ("", "", 0)
 
 

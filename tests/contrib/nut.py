@@ -11,12 +11,21 @@ from guest.process import Program, run
 _CONTRIB = Path(__file__).parent.parent.parent / "contrib" / "nut"
 _TOOLS = Path(os.environ["CONTRIB_TOOLS"])
 
-BRIDGE = _CONTRIB / "kelvo-pwr-nut"
+_BRIDGE = _CONTRIB / "kelvo-pwr-nut"
+# The native monitor does what the bridge does; a run is of the one or of the other.
+_MONITOR = os.environ.get("KELVO_PWR_MONITOR")
 NOT_CONNECTED = "Error: Driver not connected"
 DOWN = "the other machine goes down"
 
 # What Debian's unit for a driver does: Restart=always, RestartSec=15.
 _RESTARTED = 'while :; do "$@"; sleep 15; done'
+# What the monitor alone says of a bad battery.
+REPLACE = "" if _MONITOR is None else " RB"
+
+
+def bridge_command(*words) -> list:
+    """Keeps the file that is the first of the words."""
+    return [_BRIDGE, *words] if _MONITOR is None else [_MONITOR, "--nut", *words]
 
 
 class Nut:

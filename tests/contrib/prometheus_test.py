@@ -6,7 +6,7 @@ from pathlib import Path
 
 import pytest
 
-from node_exporter import EXPORTER, PROMTOOL, NodeExporter
+from node_exporter import PROMTOOL, NodeExporter, export_command
 from rig import PROGRAM, SECOND, SEGMENT
 
 from guest.clock import now, sleep_until
@@ -62,7 +62,7 @@ def file(tmp_path):
 
 
 def export(file, *words, program=PROGRAM):
-    return run([EXPORTER, file, *words], env={"KELVO_PWR": str(program)})
+    return run(export_command(file, *words), env={"KELVO_PWR": str(program)})
 
 
 def text(labels="", **values):
@@ -162,6 +162,7 @@ def test_a_count_that_the_status_shows_as_negative(rig, file, count):
     assert file.read_text() == text(**FULL | dict(waited_seconds_total=count))
 
 
+@pytest.mark.script
 def test_without_a_segment_there_is_nothing_but_that(rig, file):
     result = export(file)
     assert (result.stdout, result.status) == ("", 0)
@@ -169,6 +170,7 @@ def test_without_a_segment_there_is_nothing_but_that(rig, file):
     assert file.read_text() == text(up=0)
 
 
+@pytest.mark.script
 def test_a_client_that_hangs_is_given_ten_seconds(rig, file):
     """As one does on a segment whose creation failed half way."""
     SEGMENT.touch()
@@ -179,6 +181,7 @@ def test_a_client_that_hangs_is_given_ten_seconds(rig, file):
     assert file.read_text() == text(up=0)
 
 
+@pytest.mark.script
 @pytest.mark.parametrize(
     "script",
     [
@@ -194,6 +197,7 @@ def test_half_a_status_is_none(rig, file, tmp_path, script):
     assert file.read_text() == text(up=0)
 
 
+@pytest.mark.script
 def test_what_the_client_says_beside_the_status_is_no_metric(rig, file, tmp_path):
     daemon = rig.full_server("test.hour=-1")
     sleep_until(daemon.started + 3 * SECOND + SECOND // 2)
@@ -214,6 +218,7 @@ def test_the_file_is_replaced_as_a_whole_and_readable_for_all(rig, file):
     assert list(file.parent.iterdir()) == [file]
 
 
+@pytest.mark.script
 def test_a_full_disk_leaves_the_file_before(rig, file):
     rig.full_server("test.hour=-1").kill()
     export(file)
@@ -225,6 +230,7 @@ def test_a_full_disk_leaves_the_file_before(rig, file):
     assert file.read_text() == before
 
 
+@pytest.mark.script
 @pytest.mark.parametrize(
     "words, problem",
     [
@@ -236,7 +242,7 @@ def test_a_full_disk_leaves_the_file_before(rig, file):
     ],
 )
 def test_bad_words(tmp_path, words, problem):
-    result = run([EXPORTER, *words], directory=str(tmp_path))
+    result = run(export_command(*words), directory=str(tmp_path))
     assert (result.stdout, result.status) == ("", 2)
     assert problem in result.stderr
     assert list(tmp_path.iterdir()) == []
