@@ -1,5 +1,7 @@
 """docs/monitoring.md, followed on the board: the tools under systemd, each in its own service."""
 
+import os
+import re
 from pathlib import Path
 
 import pytest
@@ -13,6 +15,8 @@ from guest.process import run
 
 PROMETHEUS, *_ = blocks("monitoring.md", "Prometheus")
 NUT, *_ = blocks("monitoring.md", "Network UPS Tools")
+MONITOR, *_ = blocks("monitoring.md", "The native monitor")
+HANDED_ON = Path("/run/kelvo-pwr-monitor")
 METRICS = Path("/var/lib/prometheus/node-exporter/kelvo_pwr.prom")
 
 
@@ -47,6 +51,35 @@ def test_whoever_exchanges_the_collector_s_folder_has_root_write_nothing(owner):
     assert as_prometheus.status == 0, as_prometheus
     assert systemctl("start", "kelvo-pwr-exporter").status == 0
     assert list(Path("/etc").glob("kelvo_pwr*")) == []
+
+
+def test_the_native_monitor(service, owner):
+    """As the host has built it."""
+    owner.give("cmake", ":")
+    for command in MONITOR:
+        built = f"cp /host{os.environ['KELVO_PWR_MONITOR']} "
+        owner.run(re.sub(r"^cp build/\S+ ", built, command), PROJECT)
+    metrics = HANDED_ON / "kelvo_pwr.prom"
+
+    def shown(file, text):
+        return file.exists() and text in file.read_text()
+
+    wait_until(lambda: shown(HANDED_ON / "ups", 'ups.status: "OL"\n'), within=20)
+    assert "kelvo_pwr_power_missing 0\n" in metrics.read_text()
+    service.board.ac(False)
+    wait_until(lambda: shown(metrics, "kelvo_pwr_power_missing 1\n"), within=10)
+    assert systemctl("stop", "kelvo-pwr-monitor").status == 0
+    assert not HANDED_ON.exists()
+    # What it knows outlives it, and what it has called is in the journal.
+    service.board.ac(True)
+    assert systemctl("start", "kelvo-pwr-monitor").status == 0
+
+    def calls():
+        journal = run(["journalctl", "--output=cat", "--unit=kelvo-pwr-monitor"]).stdout
+        return re.findall(r"^(\S+), event (\d+) at", journal, re.MULTILINE)
+
+    wait_until(lambda: len(calls()) >= 2, within=20)
+    assert calls() == [("power-lost", "1"), ("power-back", "2")]
 
 
 def test_network_ups_tools(service, owner):
