@@ -30,7 +30,7 @@ def cpu(folder: Path, paths: dict, rounds: int, window: float) -> Iterator[dict]
 
 def mappings(folder: Path, paths: dict) -> list[list[str]]:
     """Which file or purpose their memory belongs to."""
-    with _full_server(paths[DEFAULT], folder) as process:
+    with full_server(paths[DEFAULT], folder) as process:
         ours = _kilobytes_by_file(process.pid, paths[DEFAULT])
     with _bare_loop(paths[BARE]) as process:
         bare = _kilobytes_by_file(process.pid, paths[BARE])
@@ -42,7 +42,7 @@ def mappings(folder: Path, paths: dict) -> list[list[str]]:
 def years(folder: Path, program: str, years: int) -> list[list[str]]:
     """What a daemon holds at the end of each of so many simulated years."""
     rows = [["Simulated years", "Battery tests", "Memory, kB", "Descriptors", "Segment, bytes"]]
-    with _full_server(program, folder, simulated_time=True) as process:
+    with full_server(program, folder, simulated_time=True) as process:
         for year in range(years + 1):
             begin = year * _SECONDS_OF_A_YEAR
             wait_until(lambda: _count(program) >= begin, _LONGEST_YEAR_SECONDS, step=0.1)
@@ -60,7 +60,7 @@ def clients(folder: Path, program: str, clients: int, seconds: float) -> list[li
     """What a daemon takes without status clients, and with so many each second."""
     header = ["Status clients in a minute", "Added to count", "Wake-ups", "CPU time, ms"]
     rows = [[*header, "Memory, kB"]]
-    with _full_server(program, folder) as process:
+    with full_server(program, folder) as process:
         for each_second in (0, clients):
             # From half a second after a tick, so that neither edge of the window is in doubt.
             last = _count(program)
@@ -76,7 +76,7 @@ def clients(folder: Path, program: str, clients: int, seconds: float) -> list[li
 
 
 def _cpu_per_minute(folder: Path, paths: dict, seconds: float) -> dict[str, float]:
-    with _bare_loop(paths[BARE]) as bare, _full_server(paths[DEFAULT], folder) as ours:
+    with _bare_loop(paths[BARE]) as bare, full_server(paths[DEFAULT], folder) as ours:
         processes = {BARE: bare.pid, DEFAULT: ours.pid}
         before = {name: cpu_milliseconds(process) for name, process in processes.items()}
         begin = time.monotonic()
@@ -126,7 +126,7 @@ def _bare_loop(program: str) -> Iterator[Program]:
 
 
 @contextmanager
-def _full_server(program: str, folder: Path, simulated_time: bool = False) -> Iterator[Program]:
+def full_server(program: str, folder: Path, simulated_time: bool = False) -> Iterator[Program]:
     """In its loop; its last test was now unless time is simulated."""
     environment = {**LINES, **(SIMULATED_TIME if simulated_time else {})}
     argv = daemon(program, folder, FULL, last_test=0 if simulated_time else time.time())

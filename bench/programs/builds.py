@@ -8,7 +8,7 @@ from pathlib import Path
 from typing import Optional, Sequence
 
 from host.problems import Unavailable
-from programs.names import BARE, BARE_STATIC, DEFAULT, EMPTY, NUT, SMALL, TRUE
+from programs.names import BARE, BARE_STATIC, DEFAULT, EMPTY, MONITOR, NUT, SMALL, TRUE
 
 _ROOT = Path(__file__).resolve().parent.parent.parent
 _RELEASE, _SMALL = _ROOT / "build" / "release", _ROOT / "build" / "small"
@@ -21,8 +21,8 @@ SEGMENT_TOOL = _RELEASE / "tests" / "board" / "segment_tool"
 
 def build() -> dict[str, str]:
     """The paths of all programs; NUT's is empty where it has not been fetched."""
-    targets = ["kelvo-pwr", "segment_tool", "stand_in", *_COMPARED.values()]
-    _cmake("release", targets, ["-DKELVO_BENCH=ON", "-DBUILD_TESTING=ON"])
+    targets = ["kelvo-pwr", "kelvo-pwr-monitor", "segment_tool", "stand_in", *_COMPARED.values()]
+    _cmake("release", targets, ["-DKELVO_BENCH=ON", "-DKELVO_MONITOR=ON", "-DBUILD_TESTING=ON"])
     _cmake("small", ["kelvo-pwr"])
     if missing := [tool for tool in _NEEDED if shutil.which(tool) is None]:
         raise Unavailable(f"no {', '.join(missing)}; bench/run --with-peers installs them")
@@ -31,6 +31,7 @@ def build() -> dict[str, str]:
     for program in (BARE, EMPTY):
         if _libraries(paths[program]) != _libraries(paths[DEFAULT]):
             raise RuntimeError(f"{program} does not have the libraries of {DEFAULT}")
+    paths[MONITOR] = f"{_RELEASE}/contrib/monitor/kelvo-pwr-monitor"
     tools = subprocess.run([_ROOT / "tests/contrib/tools"], stdout=subprocess.PIPE, text=True)
     return {**paths, NUT: tools.stdout.strip()}
 

@@ -11,6 +11,7 @@ EMPTY = "empty program"
 TRUE = "/bin/true"
 PYTHON = "Python loop"
 SHELL = "shell loop"
+MONITOR = "native monitor"
 NUT = "NUT, simulated UPS"
 
 LOOPS = [DEFAULT, OVERDUE, MINIMAL, SMALL, BARE, BARE_CLOCK, BARE_STATIC, PYTHON, SHELL, NUT]
