@@ -5,6 +5,7 @@ built.
 """
 
 import hashlib
+import json
 import re
 import subprocess
 from pathlib import Path
@@ -18,14 +19,14 @@ YOCTO = PROJECT / "packaging" / "yocto"
 PACKAGE = BUILDROOT / "package" / "kelvo-pwr"
 RECIPE = YOCTO / "recipes-support" / "kelvo-pwr" / "kelvo-pwr_1.0.0.bb"
 
-VERSION = re.search(
-    r"project\(kelvo-pwr VERSION ([\d.]+)", (PROJECT / "CMakeLists.txt").read_text()
-)[1]
+CMAKE = (PROJECT / "CMakeLists.txt").read_text()
+VERSION = re.search(r"project\(kelvo-pwr VERSION ([\d.]+)", CMAKE)[1]
 
 # What Buildroot gives to a package's makefile, as far as this one uses it.
 AS_BUILDROOT = """
 BR2_EXTERNAL_KELVO_PATH = {buildroot}
 KELVO_PWR_PKGDIR = {buildroot}/package/kelvo-pwr
+BR2_PACKAGE_LIBGPIOD2 = {libgpiod2}
 INSTALL = install
 TARGET_DIR = {target}
 cmake-package =
@@ -69,8 +70,9 @@ def make(tmp_path):
     target = tmp_path / "target"
     target.mkdir()
 
-    def run(goal):
+    def run(goal, libgpiod2=""):
         text = AS_BUILDROOT.replace("{buildroot}", str(BUILDROOT))
+        text = text.replace("{libgpiod2}", libgpiod2)
         text = text.replace("{target}", str(target)).replace("{project}", str(PROJECT))
         makefile = ["make", "--no-print-directory", "--warn-undefined-variables", "-f-", goal]
         result = subprocess.run(makefile, input=text, capture_output=True, text=True)
@@ -89,7 +91,12 @@ def test_buildroot_builds_this_checkout(make):
     assert make("show-KELVO_PWR_VERSION") == VERSION
     assert make("show-KELVO_PWR_SITE_METHOD") == "local"
     assert Path(make("show-KELVO_PWR_SITE")).resolve() == PROJECT
-    assert make("show-KELVO_PWR_DEPENDENCIES") == "boost libgpiod"
+
+
+def test_buildroot_takes_the_line_library_that_was_chosen(make):
+    assert make("show-KELVO_PWR_DEPENDENCIES") == "host-pkgconf boost libgpiod"
+    chosen = make("show-KELVO_PWR_DEPENDENCIES", libgpiod2="y")
+    assert chosen == "host-pkgconf boost libgpiod2"
 
 
 def test_buildroot_s_hash_is_the_licence_s(make):
@@ -115,26 +122,90 @@ def test_buildroot_enables_the_service_and_its_watch_and_no_requests(make):
     assert enabled == {"kelvo-pwr.service", "kelvo-pwr-watch.timer"}
 
 
-def test_buildroot_offers_the_package(monkeypatch, tmp_path):
+# The two versions of the line library exclude each other, as in Buildroot.
+AS_BUILDROOT_S_MENU = """
+source "{buildroot}/Config.in"
+config BR2_PACKAGE_LIBGPIOD
+	bool "libgpiod"
+config BR2_PACKAGE_LIBGPIOD2
+	bool "libgpiod2"
+	depends on !BR2_PACKAGE_LIBGPIOD
+"""
+TOOLCHAIN = {
+    "BR2_INSTALL_LIBSTDCPP": "y",
+    "BR2_TOOLCHAIN_GCC_AT_LEAST_8": "y",
+    "BR2_TOOLCHAIN_HAS_THREADS": "y",
+    "BR2_USE_WCHAR": "y",
+    "BR2_STATIC_LIBS": "n",
+}
+SELECTED = {
+    "BR2_HOST_CMAKE_AT_LEAST_3_20",
+    "BR2_PACKAGE_BOOST",
+    "BR2_PACKAGE_BOOST_PROGRAM_OPTIONS",
+}
+
+
+@pytest.fixture
+def menu(monkeypatch, tmp_path):
+    """Buildroot's options, as far as the entry knows them, with a toolchain that will do."""
     monkeypatch.setenv("BR2_EXTERNAL_KELVO_PATH", str(BUILDROOT))
-    text = (PACKAGE / "Config.in").read_text()
-    needed = set(re.findall(r"^\tdepends on (BR2_\w+)", text, re.MULTILINE))
-    assert needed == set(re.findall(r"!(BR2_\w+)", text))
-    selected = set(re.findall(r"^\tselect (BR2_\w+)", text, re.MULTILINE))
-    others = "".join(f'config {name}\n\tbool "{name}"\n' for name in sorted(needed | selected))
-    (tmp_path / "Config.in").write_text(f'source "{BUILDROOT}/Config.in"\n{others}')
+    others = (f'config {name}\n\tbool "{name}"\n' for name in [*TOOLCHAIN, *SELECTED])
+    text = AS_BUILDROOT_S_MENU.replace("{buildroot}", str(BUILDROOT)) + "".join(others)
+    (tmp_path / "Config.in").write_text(text)
     configuration = kconfiglib.Kconfig(str(tmp_path / "Config.in"))
     assert configuration.warnings == []
-    symbols = configuration.syms
-    for name in needed:
-        assert symbols["BR2_PACKAGE_KELVO_PWR"].visibility == 0
-        symbols[name].set_value("y")
-    symbols["BR2_PACKAGE_KELVO_PWR"].set_value("y")
-    assert [symbols[name].str_value for name in sorted(selected)] == ["y"] * 3
+    for name, value in TOOLCHAIN.items():
+        configuration.syms[name].set_value(value)
+    return configuration
 
 
-def yocto_fields():
-    text = RECIPE.read_text().replace("\\\n", "")
+def entry(menu):
+    return menu.syms["BR2_PACKAGE_KELVO_PWR"]
+
+
+def shown_comments(menu):
+    return [comment.prompt[0] for comment in menu.comments if kconfiglib.expr_value(comment.dep)]
+
+
+@pytest.mark.parametrize("library", ["BR2_PACKAGE_LIBGPIOD", "BR2_PACKAGE_LIBGPIOD2"])
+def test_buildroot_offers_the_package_with_either_line_library(menu, library):
+    (other,) = {"BR2_PACKAGE_LIBGPIOD", "BR2_PACKAGE_LIBGPIOD2"} - {library}
+    menu.syms[library].set_value("y")
+    assert shown_comments(menu) == []
+    assert entry(menu).set_value("y") and entry(menu).str_value == "y"
+    assert {name for name in SELECTED if menu.syms[name].str_value == "y"} == SELECTED
+    # What was chosen before stays chosen.
+    assert (menu.syms[library].str_value, menu.syms[other].str_value) == ("y", "n")
+
+
+def test_buildroot_tells_that_a_line_library_is_missing(menu):
+    assert entry(menu).visibility == 0
+    assert shown_comments(menu) == ["kelvo-pwr needs libgpiod or libgpiod2"]
+
+
+@pytest.mark.parametrize("option", TOOLCHAIN)
+def test_buildroot_tells_what_the_toolchain_lacks(menu, option):
+    menu.syms["BR2_PACKAGE_LIBGPIOD"].set_value("y")
+    assert entry(menu).visibility == 2
+    menu.syms[option].set_value("n" if TOOLCHAIN[option] == "y" else "y")
+    assert entry(menu).visibility == 0
+    (comment,) = shown_comments(menu)
+    assert comment.startswith("kelvo-pwr needs a toolchain w/ ")
+
+
+def test_buildroot_has_a_cmake_that_is_new_enough(menu):
+    least = re.search(r"^cmake_minimum_required\(VERSION ([\d.]+)\)", CMAKE)[1]
+    selected = {symbol.name for symbol, _ in entry(menu).selects if "CMAKE" in symbol.name}
+    assert selected == {f"BR2_HOST_CMAKE_AT_LEAST_{least.replace('.', '_')}"}
+
+
+def test_buildroot_s_help_is_as_narrow_as_its_checks_want_it(menu):
+    (node,) = entry(menu).nodes
+    assert node.help and max(map(len, node.help.splitlines())) <= 62
+
+
+def yocto_fields(file=RECIPE):
+    text = file.read_text().replace("\\\n", "")
     return dict(re.findall(r'^([A-Z][\w:${}]*) \+?= "(.*)"$', text, re.MULTILINE))
 
 
@@ -142,6 +213,29 @@ def test_yocto_builds_this_checkout():
     assert RECIPE.stem == f"kelvo-pwr_{VERSION}"
     source = yocto_fields()["EXTERNALSRC"].replace("${THISDIR}", str(RECIPE.parent))
     assert Path(source).resolve() == PROJECT
+
+
+def test_yocto_writes_nothing_into_the_checkout():
+    # The class gives it a value, so ours has to come later.
+    after_the_class = RECIPE.read_text().split("inherit externalsrc\n")[1]
+    assert '\nEXTERNALSRC_SYMLINKS = ""\n' in after_the_class
+
+
+def test_yocto_builds_as_the_release_preset():
+    (preset,) = (
+        preset["cacheVariables"]["CMAKE_BUILD_TYPE"]
+        for preset in json.loads((PROJECT / "CMakePresets.json").read_text())["configurePresets"]
+        if preset["name"] == "release"
+    )
+    assert f"-DCMAKE_BUILD_TYPE={preset}" in yocto_fields()["EXTRA_OECMAKE"].split()
+
+
+def test_yocto_s_layer_is_for_the_series_that_have_been_tried():
+    layer = yocto_fields(YOCTO / "conf" / "layer.conf")
+    series = layer["LAYERSERIES_COMPAT_kelvo"].split()
+    assert series == ["kirkstone", "scarthgap", "wrynose", "blacksail"]
+    page = (PROJECT / "docs" / "installation.md").read_text()
+    assert f"{', '.join(series[:-1])} and {series[-1]}" in page.replace("\n", " ")
 
 
 def test_yocto_s_checksum_is_the_licence_s():

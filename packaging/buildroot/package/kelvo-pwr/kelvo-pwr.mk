@@ -6,12 +6,13 @@
 
 KELVO_PWR_VERSION = 1.0.0
 # The checkout that this tree is part of. For sources of your own, give their
-# place here and their hash in kelvo-pwr.hash.
+# place here and their hash in kelvo-pwr.hash, and remove the method.
 KELVO_PWR_SITE = $(BR2_EXTERNAL_KELVO_PATH)/../..
 KELVO_PWR_SITE_METHOD = local
 KELVO_PWR_LICENSE = MIT
 KELVO_PWR_LICENSE_FILES = LICENSE
-KELVO_PWR_DEPENDENCIES = boost libgpiod
+KELVO_PWR_DEPENDENCIES = host-pkgconf boost \
+	$(if $(BR2_PACKAGE_LIBGPIOD2),libgpiod2,libgpiod)
 KELVO_PWR_CONF_OPTS = -DBUILD_TESTING=OFF
 
 define KELVO_PWR_INSTALL_CONFIGURATION

@@ -5,16 +5,19 @@ LICENSE = "MIT"
 LIC_FILES_CHKSUM = "file://LICENSE;md5=de069b548023a05b4fcaf21f0e28c38a"
 
 # The checkout that this layer is part of. For sources of your own, put SRC_URI and its
-# sha256sum in the place of these two lines.
+# sha256sum in the place of these lines.
 inherit externalsrc
 EXTERNALSRC = "${THISDIR}/../../../.."
+# Nothing is written into it.
+EXTERNALSRC_SYMLINKS = ""
 
-# libgpiod with its C++ bindings.
 DEPENDS = "boost libgpiod"
 
 inherit cmake pkgconfig systemd bash-completion
 
-EXTRA_OECMAKE = "-DBUILD_TESTING=OFF -DKELVO_SYSTEM_SHUTDOWN=${systemd_unitdir}/system-shutdown"
+# The class chooses no type, and part of the hardening is for optimised builds alone.
+EXTRA_OECMAKE = "-DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF \
+    -DKELVO_SYSTEM_SHUTDOWN=${systemd_unitdir}/system-shutdown"
 
 do_install:append() {
     install -D -m 0644 ${S}/packaging/kelvo-pwr.conf ${D}${sysconfdir}/kelvo/kelvo-pwr.conf
