@@ -162,7 +162,7 @@ TEST_F(ResultFileTest, TwoLinesAreWritten)
 
 TEST_F(ResultFileTest, WritingReplacesLongerContentInPlace)
 {
-  folder.file("result.dat", std::string(1000, '#') + "\n");
+  folder.file("result.dat", std::string(1000, '#').append("\n"));
   // A second name of the same file shows that no new one takes its place.
   std::filesystem::create_hard_link(path, folder.path("link"));
   settings.writeResultFile();
