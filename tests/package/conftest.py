@@ -7,7 +7,8 @@ from pathlib import Path
 import pytest
 
 HERE = Path(__file__).parent
-sys.path[:0] = map(str, (HERE, HERE.parent / "system", HERE.parent.parent / "board"))
+TESTS = HERE.parent
+sys.path[:0] = map(str, (HERE, TESTS / "builds", TESTS / "system", TESTS.parent / "board"))
 
 from debian_root import Root, base_system, leave_mount_namespace, require_root  # noqa: E402
 

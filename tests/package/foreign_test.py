@@ -13,6 +13,7 @@ from typing import NamedTuple
 import pytest
 
 from debian_root import Root, base_system, in_root
+from hardening import EVERY_FILE, Executable
 from pages import blocks
 
 PROJECT = Path(__file__).parent.parent.parent
@@ -128,6 +129,18 @@ def test_the_package_is_for_the_machine(foreign):
     assert field == f"{foreign.machine.name}\n"
     header = succeed(foreign.root.path, "readelf", "--file-header", foreign.program)
     assert re.search(r"Machine: +(\S+)", header)[1] == foreign.machine.kind
+
+
+def test_it_is_hardened(foreign):
+    def run(words):
+        return succeed(foreign.root.path, *words)
+
+    prefix = foreign.machine.compiler.removesuffix("g++")
+    executable = Executable(foreign.program, run, prefix)
+    assert executable.hardening() >= EVERY_FILE | {"buffers checked"}
+    # For armhf there are no marks.
+    landings = executable.landings()
+    assert landings is None if foreign.machine.name == "armhf" else landings > 100
 
 
 @pytest.mark.parametrize(

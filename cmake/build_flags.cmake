@@ -1,0 +1,54 @@
+# Warnings and hardening, for all that is compiled here, and what makes each build the same.
+
+include(CheckCXXCompilerFlag)
+include(CheckLinkerFlag)
+
+set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel,None>)
+
+add_library(build_flags INTERFACE)
+target_compile_options(build_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+  -fstack-protector-strong)
+target_compile_definitions(build_flags INTERFACE _GLIBCXX_ASSERTIONS)
+target_link_options(build_flags INTERFACE
+  -Wl,-z,relro -Wl,-z,now $<$<BOOL:${KELVO_STATIC}>:-static-pie>)
+
+# Which of these there are depends on the processor: jumps are guarded by the second on amd64, by
+# the third on arm64. Clang only warns of one that it has no use for.
+set(CMAKE_REQUIRED_FLAGS -Werror)
+foreach(flag IN ITEMS -fstack-clash-protection -fcf-protection -mbranch-protection=standard)
+  string(MAKE_C_IDENTIFIER "compiler_has${flag}" has_flag)
+  check_cxx_compiler_flag(${flag} ${has_flag})
+  target_compile_options(build_flags INTERFACE $<$<BOOL:${${has_flag}}>:${flag}>)
+endforeach()
+unset(CMAKE_REQUIRED_FLAGS)
+
+# It needs an optimised build, and for its third level GCC 12 or Clang.
+set(fortify_level 3)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 12)
+  set(fortify_level 2)
+endif()
+target_compile_options(build_flags INTERFACE
+  $<${optimised}:-U_FORTIFY_SOURCE;-D_FORTIFY_SOURCE=${fortify_level}>)
+
+# No file names the folder in which it was built; for a debugger of a debug build each does. Who
+# builds a system may have a name of his own for the folder.
+if(NOT CMAKE_CXX_FLAGS MATCHES prefix-map)
+  foreach(folder IN ITEMS ${PROJECT_SOURCE_DIR} ${PROJECT_BINARY_DIR})
+    target_compile_options(build_flags INTERFACE $<${optimised}:-ffile-prefix-map=${folder}=.>)
+  endforeach()
+endif()
+
+# Which package a file belongs to, for who finds it alone.
+set(KELVO_PACKAGE_NOTE "" CACHE STRING "The executables' package note, JSON (default: as a source's)")
+check_linker_flag(CXX LINKER:--package-metadata={} linker_has_package_metadata)
+function(add_package_note target)
+  set(note "${KELVO_PACKAGE_NOTE}")
+  if(note STREQUAL "")
+    set(note "{\"type\":\"source\",\"name\":\"kelvo-pwr\",\"version\":\"${PROJECT_VERSION}\"}")
+  endif()
+  if(linker_has_package_metadata)
+    # The linker's own word, for the compiler would part what is passed on at each comma.
+    target_link_options(${target} PRIVATE "SHELL:-Xlinker '--package-metadata=${note}'")
+  endif()
+endfunction()
