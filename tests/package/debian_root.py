@@ -72,10 +72,10 @@ def in_root(path: Path, argv: Sequence, timeout: float = 1800) -> subprocess.Com
     )
 
 
-def base_system(name: str, packages: Sequence[str], **more) -> Path:
-    """The folder of a system of the host's release; `more` is as for `debian_root`."""
+def base_system(name: str, packages: Sequence[str]) -> Path:
+    """The folder of a system of the host's release."""
     try:
-        return debian_root(name, this_release(), packages, **more)
+        return debian_root(name, this_release(), packages)
     except Unavailable as reason:
         pytest.skip(str(reason))
 

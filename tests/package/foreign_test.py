@@ -5,70 +5,28 @@ The emulator has no GPIO; what the daemon does with its lines is not tested here
 
 import os
 import re
-import shutil
 import subprocess
 from pathlib import Path
-from typing import NamedTuple
 
 import pytest
 
-from debian_root import Root, base_system, in_root
+from cross_root import BUILD, MACHINES, cross_root, follow, succeed
+from debian_root import Root
 from hardening import EVERY_FILE, Executable
-from pages import blocks
+from host.debootstrap import this_release
+from host.problems import Unavailable
 
 PROJECT = Path(__file__).parent.parent.parent
 WITH_OWN_SHM = PROJECT / "tests" / "host" / "with_own_shm"
-((*PREPARE, BUILD),) = blocks("installation.md", "Cross-building")
-APT = 'APT::Get::Assume-Yes "true";\nAPT::Install-Recommends "false";\n'
 NO_RESULT_FILE = "Cant read timestamp conf\n"
-
-
-class Machine(NamedTuple):
-    name: str
-    compiler: str
-    emulator: str
-    kind: str  # what readelf says
-
-
-MACHINES = [
-    Machine("arm64", "aarch64-linux-gnu-g++", "qemu-aarch64-static", "AArch64"),
-    Machine("armhf", "arm-linux-gnueabihf-g++", "qemu-arm-static", "ARM"),
-]
-
-
-def succeed(path, *argv):
-    result = in_root(path, argv)
-    assert result.returncode == 0, result.stdout[-3000:] + result.stderr[-3000:]
-    return result.stdout
-
-
-def follow(path, machine, *commands):
-    """What the page says for arm64, in the folder of the sources."""
-    for command in commands:
-        command = command.replace("arm64", machine.name)
-        succeed(path, "sh", "-ec", f"cd /build/kelvo-pwr; {command}")
-
-
-def add_machines(path):
-    """Compilers, and what the package is built from, for each of the machines."""
-    (path / "etc/apt/apt.conf.d/own").write_text(APT)
-    sources = path / "build/kelvo-pwr/debian"
-    sources.mkdir(parents=True)
-    for name in ("control", "changelog"):
-        shutil.copy(PROJECT / "debian" / name, sources / name)
-    for machine in MACHINES:
-        follow(path, machine, *PREPARE)
-    shutil.rmtree(path / "build")
-    succeed(path, "apt-get", "clean")
 
 
 @pytest.fixture(scope="session")
 def cross_base(mounts):
-    control = (PROJECT / "debian" / "control").read_text()
-    build_depends = re.search(r"^Build-Depends:\n((?: .*\n)+)", control, re.MULTILINE)[1]
-    packages = ["build-essential", "qemu-user-static"]
-    recipe = repr((build_depends, MACHINES, PREPARE, APT))
-    return base_system("cross-root", packages, finish=add_machines, recipe=recipe)
+    try:
+        return cross_root(this_release())
+    except Unavailable as reason:
+        pytest.skip(str(reason))
 
 
 @pytest.fixture(scope="session", params=MACHINES, ids=lambda machine: machine.name)
