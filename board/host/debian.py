@@ -22,11 +22,11 @@ _PACKAGES = (
     "python3-pytest",
 )
 # What kelvo-pwr depends on, in each release; the earlier ones first.
-_LIBRARIES = {
+LIBRARIES = {
     "bookworm": ("libboost-program-options1.74.0", "libgpiod2"),
     "trixie": ("libboost-program-options1.83.0", "libgpiod3"),
 }
-RELEASES = tuple(_LIBRARIES)
+RELEASES = tuple(LIBRARIES)
 # What apt can install inside, without a network.
 _FOR_LATER = (
     "curl",
@@ -49,7 +49,7 @@ def debian(release: str) -> Path:
         for earlier in before:
             _fetch_of_another(root, release, earlier)
 
-    packages = (*_PACKAGES, *_LIBRARIES[release])
+    packages = (*_PACKAGES, *LIBRARIES[release])
     recipe = " ".join((*_FOR_LATER, *before))
     return debian_root(f"{release}-system-root", release, packages, finish=fetch, recipe=recipe)
 
@@ -70,7 +70,7 @@ def _fetch_of_another(root: Path, release: str, other: str) -> None:
         inside = [f"/{path.relative_to(root)}" for path in (sources, lists)]
         options = [f"-oDir::Etc::SourceList={inside[0]}", f"-oDir::State::Lists={inside[1]}"]
         _run_apt(root, *options, "-oAPT::Sandbox::User=root", "update")
-        _fetch(root, _LIBRARIES[other], *options)
+        _fetch(root, LIBRARIES[other], *options)
 
 
 def _run_apt(root: Path, *words: str) -> None:
