@@ -17,6 +17,7 @@ from host.debootstrap import this_release
 from host.problems import Unavailable
 
 PROJECT = Path(__file__).parent.parent.parent
+PACKAGES = Path(os.environ["FOREIGN_FOLDER"])
 WITH_OWN_SHM = PROJECT / "tests" / "host" / "with_own_shm"
 NO_RESULT_FILE = "Cant read timestamp conf\n"
 
@@ -46,6 +47,9 @@ class Foreign:
         follow(root.path, machine, BUILD)
         (self.deb,) = (root.path / "build").glob(f"kelvo-pwr_*_{machine.name}.deb")
         subprocess.run(["dpkg-deb", "--extract", self.deb, root.path / "installed"], check=True)
+        # For whole machines.
+        PACKAGES.mkdir(exist_ok=True)
+        shutil.copy(self.deb, PACKAGES)
         self.program = "/installed/usr/sbin/kelvo-pwr"
         sources = ["tests/board/segment_tool.cpp", "src/shared/shared_state.cpp"]
         flags = ["-std=c++17", "-I", "src", "-o", "/segment_tool"]

@@ -1,0 +1,26 @@
+"""An outage to the cut of the battery, and the boot after it."""
+
+from rig import CUT, Lived
+
+
+def test_an_outage_to_the_cut_and_the_boot_after_it(tmp_path):
+    lived = Lived(tmp_path, "outage", 600, settings=["test.shut.cmd=poweroff"])
+    assert lived.of_the_daemon(1)[2:] == [
+        "Full server",
+        "Battery empty",
+        "Not ready for shutdown after 15 seconds",
+        "Execute: poweroff",
+        "Interrupted with signal: 15",
+    ]
+    assert round(lived.when("Execute: poweroff") - lived.when("Battery empty")) == 120
+    assert lived.after_unmounting() == [CUT]
+    assert lived.ends() == ["power cut", "the command's end"]
+    (_, connected), (_, cut) = lived.levels("BAT-SW")
+    assert (connected, cut) == (1, 0)
+    # Nothing was left to be flushed when the battery was cut.
+    assert lived.life.lost == [(0, 0)]
+    lived.assert_file_system_whole()
+
+    assert lived.of_the_daemon(2)[-1] == "Full server"
+    assert [level for _, level in lived.levels("BAT-SW", boot=2)] == [1]
+    assert "batteryEmpty             : 0\n" in lived.printed

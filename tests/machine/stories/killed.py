@@ -1,0 +1,22 @@
+"""The daemon is killed in the middle of a battery test."""
+
+import subprocess
+import time
+
+from story import await_full_server, client, follow
+
+from guest.board import found
+from guest.clock import wait_until
+
+board = found()
+with follow() as journal:
+    await_full_server(journal)
+    client("--run-test-now", "--test.duration=60")
+    wait_until(lambda: board.at2.level() == 1, within=5)
+    time.sleep(5)
+    subprocess.run(["systemctl", "kill", "--signal=KILL", "kelvo-pwr"], check=True)
+    # Systemd lets ten seconds pass.
+    time.sleep(5)
+    print("killed", board.at2.holder(), board.at2.level())
+    await_full_server(journal)
+    print("restarted", board.at2.holder(), board.at2.level())
