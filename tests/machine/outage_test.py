@@ -1,10 +1,27 @@
-"""An outage to the cut of the battery, and the boot after it."""
+"""Outages: one that the battery outlasts, one to the cut and the boot after it."""
 
-from rig import CUT, Lived
+from rig import CUT, PROJECT, Lived
+
+
+POWEROFF = "test.shut.cmd=poweroff"
+
+
+def test_an_outage_with_power_back_in_time(tmp_path):
+    exporter = PROJECT / "contrib/prometheus/kelvo-pwr-exporter"
+    lived = Lived(tmp_path, "short_outage", more=[exporter])
+    assert lived.printed.splitlines() == [
+        # Whether the status could be read, AC power is missing, the battery is empty.
+        "before 1 0 0",
+        "without 1 1 0",
+        "after 1 0 0",
+    ]
+    assert lived.of_the_daemon(1)[-1] == "Full server"
+    assert lived.ends() == ["the command's end"]
+    assert [level for _, level in lived.levels("BAT-SW")] == [1]
 
 
 def test_an_outage_to_the_cut_and_the_boot_after_it(tmp_path):
-    lived = Lived(tmp_path, "outage", 600, settings=["test.shut.cmd=poweroff"])
+    lived = Lived(tmp_path, "outage", 600, settings=[POWEROFF])
     assert lived.of_the_daemon(1)[2:] == [
         "Full server",
         "Battery empty",
