@@ -5,7 +5,7 @@ import mmap
 import socket
 import time
 from pathlib import Path
-from typing import Optional
+from typing import Callable, Optional
 
 from guest.names import AT1, AT2, BAT_SW, PWR_IN
 from machine.supply import PULLS
@@ -22,7 +22,7 @@ class Ended(Exception):
 
 
 class _Channel:
-    def __init__(self, path: Path):
+    def __init__(self, path: Path, is_alive: Callable[[], bool] = lambda: True):
         self._socket = socket.socket(socket.AF_UNIX)
         end = time.monotonic() + _PATIENCE_SECONDS
         while True:
@@ -30,7 +30,7 @@ class _Channel:
                 self._socket.connect(str(path))
                 break
             except (FileNotFoundError, ConnectionRefusedError):
-                if time.monotonic() > end:
+                if time.monotonic() > end or not is_alive():
                     raise Ended from None
                 time.sleep(0.01)
         self._rest = b""
@@ -67,8 +67,8 @@ class _Channel:
 class Control(_Channel):
     """QEMU's machine protocol (QMP)."""
 
-    def __init__(self, path: Path):
-        super().__init__(path)
+    def __init__(self, path: Path, is_alive: Callable[[], bool]):
+        super().__init__(path, is_alive)
         self._events: list[dict] = []
         self.line()
         self.do("qmp_capabilities")

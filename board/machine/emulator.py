@@ -10,6 +10,7 @@ from pathlib import Path
 from typing import NamedTuple, Optional
 
 from host.children import follow_parent
+from host.problems import BoardFailure
 from machine.channels import Control, Ended, Mailbox, Pins
 from machine.root import PROCESSORS
 
@@ -78,7 +79,8 @@ class Emulator:
             "-S",
         ]
         parent = os.getpid()
-        with (folder / "emulator-messages").open("ab") as messages:
+        told = folder / "emulator-messages"
+        with told.open("wb") as messages:
             self._process = subprocess.Popen(
                 command,
                 stdin=subprocess.DEVNULL,
@@ -86,7 +88,11 @@ class Emulator:
                 stderr=messages,
                 preexec_fn=lambda: follow_parent(parent, signal.SIGKILL),
             )
-        self._control = Control(sockets["control"])
+        try:
+            self._control = Control(sockets["control"], lambda: self._process.poll() is None)
+        except Ended:
+            self.cut()
+            raise BoardFailure(f"no machine can be begun: {told.read_text().strip()}") from None
         if not realtime:
             self._put_disk_first()
         self.pins = Pins(sockets["pins"], self._control)

@@ -2,7 +2,6 @@
 
 import base64
 import json
-import math
 import random
 import time
 from pathlib import Path
@@ -62,19 +61,14 @@ class Life:
         self._inputs: dict[str, int] = {}
         self._status: Optional[int] = None
 
-    def live(self, longest_seconds: float, most_boots: float = math.inf) -> Optional[int]:
-        """Returns the status of the command, or None.
-
-        It is None when the machine is off and will stay so, or has had so many boots.
-        """
+    def live(self, longest_seconds: float) -> Optional[int]:
+        """Returns the status of the command, or None if the machine is off and will stay so."""
         end = time.monotonic() + longest_seconds
         while True:
             how = self._live_one_boot(end)
             if self._status is not None:
                 return self._status
             self._age += self._now
-            if self._boot == most_boots:
-                return None
             if how != "reboot" and not self._is_switched_on_again(how == "poweroff"):
                 return None
 

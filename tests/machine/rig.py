@@ -4,7 +4,6 @@ MACHINE is its processor and its Debian, such as arm64-bookworm; PACKAGE_FOLDER 
 """
 
 import json
-import math
 import os
 import random
 import re
@@ -43,8 +42,8 @@ class Said(NamedTuple):
 class Lived:
     """A life with these settings, over when it is made; in each boot `story` is run.
 
-    `files` has what else lies on the disk at first, `more` what goes to /board. With a seed chance
-    decides at a power cut about what was not flushed, which is lost without one.
+    `more` goes to /board. With a seed chance decides at a power cut about what was not flushed, which
+    is lost without one.
     """
 
     def __init__(
@@ -53,11 +52,8 @@ class Lived:
         story,
         *words,
         settings=(),
-        files={},
         more=(),
-        coupled=False,
         seed=None,
-        most_boots=math.inf,
     ):
         try:
             product, disk = product_of(*os.environ["MACHINE"].split("-"), folder)
@@ -66,18 +62,17 @@ class Lived:
             pytest.skip(str(reason))
         self._folder, self.disk = folder, copy_disk(disk, folder)
         add_own(self.disk.image, [*(HERE / "stories").glob("*.py"), *more])
-        put(self.disk.image, {CONFIGURATION: self._configured(settings), **files})
+        put(self.disk.image, {CONFIGURATION: self._configured(settings)})
         self.printed = ""
         self.life = Life(
             product,
             folder,
             self.disk,
             ["python3", "-PB", f"/board/{story}.py", *map(str, words)],
-            coupled=coupled,
             chance=None if seed is None else random.Random(seed),
             output=self._print,
         )
-        self.status = self.life.live(LONGEST_SECONDS, most_boots)
+        self.status = self.life.live(LONGEST_SECONDS)
         self.console = (folder / "console").read_text(errors="replace").splitlines()
         self.said = self._journal()
 
