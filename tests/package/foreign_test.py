@@ -5,6 +5,7 @@ The emulator has no GPIO; what the daemon does with its lines is not tested here
 
 import os
 import re
+import shutil
 import subprocess
 from pathlib import Path
 
