@@ -82,9 +82,9 @@ History historyOf(const std::string& text)
     (eventKey, options::value<std::vector<std::string>>())
     ("done", options::value(&history.done)->required());
   // clang-format on
-  std::istringstream in(text);
+  std::istringstream input(text);
   options::variables_map values;
-  options::store(options::parse_config_file(in, keys), values);
+  options::store(options::parse_config_file(input, keys), values);
   options::notify(values);
 
   history.isPowerMissing = read<bool>(values, "power-missing");
