@@ -26,16 +26,14 @@ CHANGELOG = """\
 - Not this.
 """
 # It builds nothing, but looks at what it is given.
-BUILD = """\
-#!/bin/sh -e
+BUILD = """#!/bin/sh -e
 echo "builds $1"
 test "$1" != "$FAILING"
 tar --extract --file "$2" --to-stdout kelvo-pwr-7.8.9/CHANGELOG.md | cmp - CHANGELOG.md
 mkdir -p "$3/${1%/*}"
 echo "$1" >"$3/$1.deb"
 """
-TEST = """\
-#!/bin/sh
+TEST = """#!/bin/sh
 test -z "$FAILING_TESTS"
 """
 ENVIRONMENT = {
