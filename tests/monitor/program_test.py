@@ -178,10 +178,10 @@ def test_what_would_be_untrue_without_it_goes_with_it(heart, home, number):
 
 def test_a_daemon_that_stands_still_is_not_believed(home):
     with home.monitor() as monitor:
+        assert monitor.stderr.readline().endswith("No such file or directory\n")
         with Heart():
-            wait_until(home.nut.exists)
-            assert monitor.stderr.readline().endswith("No such file or directory\n")
             assert monitor.stderr.readline() == "The daemon lives\n"
+            wait_until(home.nut.exists)
         wait_until(lambda: not home.nut.exists())
         assert monitor.stderr.readline() == "The daemon is gone or hangs\n"
         SEGMENT.unlink()
