@@ -57,7 +57,7 @@ def _bootstrap(root: Path, release: str, include: str) -> None:
     command = ["unshare", "--mount", "debootstrap", "--variant=minbase", "--force-check-gpg"]
     say(f"fetching and installing the packages of Debian's {release}")
     more = [f"--include={include}"] if include else []
-    made = run_to_fetch(*command, *more, release, root, _mirror())
+    made = run_to_fetch(*command, *more, release, root, mirror())
     if made.returncode != 0:
         last_lines = "\n".join(made.stdout.splitlines()[-20:])
         if "E: Failed getting release file" in made.stdout:
@@ -81,7 +81,7 @@ def run_to_fetch(*command: Union[str, Path]) -> subprocess.CompletedProcess:
     )
 
 
-def _mirror() -> str:
+def mirror() -> str:
     """Where apt on this host fetches Debian from; other releases are there, too."""
     targets = _asked("apt-get", "indextargets", "--format", _TARGET, "Created-By: Packages")
     for line in targets.splitlines():

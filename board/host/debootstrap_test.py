@@ -11,4 +11,4 @@ http://debian.example/debian main bookworm stable Debian
 def test_sources_whose_label_has_blanks_are_passed_over(monkeypatch):
     monkeypatch.setattr(debootstrap, "this_release", lambda: "bookworm")
     monkeypatch.setattr(debootstrap, "_asked", lambda *question: TARGETS)
-    assert debootstrap._mirror() == "http://debian.example/debian"
+    assert debootstrap.mirror() == "http://debian.example/debian"

@@ -9,7 +9,7 @@ from typing import NamedTuple
 
 from host.cache import kept, say
 from host.debian import LIBRARIES, RELEASES
-from host.debootstrap import _mirror as mirror, run_to_fetch
+from host.debootstrap import mirror, run_to_fetch
 from host.problems import BoardFailure, Unavailable
 
 
