@@ -5,11 +5,19 @@ include(CheckLinkerFlag)
 
 set(optimised $<CONFIG:Release,RelWithDebInfo,MinSizeRel,None>)
 
+add_library(checks INTERFACE)
+target_compile_options(checks INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+target_compile_definitions(checks INTERFACE _GLIBCXX_ASSERTIONS)
+
+# For what only tests the rest and is compiled in each build: quickly. Debian's own flags want
+# _FORTIFY_SOURCE, which is nothing without optimising.
+add_library(test_flags INTERFACE)
+target_compile_options(test_flags INTERFACE -O0 -U_FORTIFY_SOURCE)
+target_link_libraries(test_flags INTERFACE checks)
+
 add_library(build_flags INTERFACE)
-target_compile_options(build_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion
-  -fstack-protector-strong)
-target_compile_definitions(build_flags INTERFACE _GLIBCXX_ASSERTIONS)
+target_link_libraries(build_flags INTERFACE checks)
+target_compile_options(build_flags INTERFACE -fstack-protector-strong)
 target_link_options(build_flags INTERFACE
   -Wl,-z,relro -Wl,-z,now $<$<BOOL:${KELVO_STATIC}>:-static-pie>)
 

@@ -1,6 +1,3 @@
-// The checking variants of open() are inline functions, which leave none to define.
-#undef _FORTIFY_SOURCE
-
 #include "fakes/fake_files.h"
 
 #include "fakes/next_symbol.h"
