@@ -2,8 +2,8 @@
 
 Works in a copy of the checkout. Each break is built and put before the unit tier, a break of the
 entry point before tests/host/start_up_test.py; those that survive it go before the
-scenarios, simulated and then on the board.
-Ends with status 1 when one survives that is not in tests/mutation/survivors.json.
+scenarios, simulated and then on the board, unless they are in tests/mutation/survivors.json.
+Ends with status 1 when one survives that is not there.
 """
 
 import argparse
@@ -77,7 +77,9 @@ def _judge(breaks: list[Break], trial: Trial, arguments: argparse.Namespace) -> 
         if end is not None and time.monotonic() > end:
             print(f"Out of time: {len(breaks) - number} of {len(breaks)} were not tried.")
             break
-        verdict = trial.of(one, with_scenarios=not arguments.unit_only)
+        # What no test can tell from the program takes minutes of scenarios to say so again.
+        is_known = results.reason(one) is not None
+        verdict = trial.of(one, with_scenarios=not (arguments.unit_only or is_known))
         tried.append((one, verdict))
         print(f"{number + 1}/{len(breaks)} {one.file}:{one.line} {verdict}", flush=True)
         if verdict == "survived":
