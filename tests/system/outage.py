@@ -10,6 +10,7 @@ else is the matter:
     unheld          BAT-SW drops when nobody drives it
     busy            somebody takes BAT-SW when the daemon has ended
     other-switch    the battery is cut by a line called OTHER-SW
+    spoilt          nobody can read the configuration any more
     back=SECONDS    AC power is back so long after the outage began
     back-after-cut  AC power is back when the battery has been cut, and the board still runs
     person          nothing of all that: a person switches the board off, with AC power there
@@ -47,6 +48,8 @@ def main() -> None:
     if "other-switch" in words:
         make_chip(["OTHER-SW"], {"OTHER-SW": 1})
         subprocess.run(["systemctl", "restart", "kelvo-pwr"], check=True)
+    if "spoilt" in words:
+        Path("/etc/kelvo/kelvo-pwr.conf").write_bytes(bytes(4096))
     start(
         "settling",
         "-pDefaultDependencies=no",

@@ -56,6 +56,12 @@ def test_the_battery_is_cut_by_the_line_of_the_configuration(tmp_path):
     assert outage.after_unmounting() == [CUT]
 
 
+def test_a_configuration_that_is_spoilt_meanwhile_changes_nothing(tmp_path):
+    outage = Outage(tmp_path, SETTING, matters=["spoilt"])
+    assert outage.end == LOSS_OF_POWER
+    assert outage.after_unmounting() == [CUT]
+
+
 @pytest.mark.parametrize("matters", [(), ("back=124",)])
 def test_without_the_helper_the_board_is_off(tmp_path, matters):
     outage = Outage(tmp_path, SETTING, matters=matters, prepare=f"rm {HELPER}")
