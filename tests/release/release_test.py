@@ -15,7 +15,7 @@ PLACES = ["CMakeLists.txt", "CHANGELOG.md", "debian/changelog", MAKEFILE]
 CHANGELOG = """\
 # Changes
 
-## 7.8.9
+## 7.8.9 (2026-11-22)
 
 - The first line,
   which goes on.
