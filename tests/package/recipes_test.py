@@ -17,7 +17,7 @@ PROJECT = Path(__file__).parent.parent.parent
 BUILDROOT = PROJECT / "packaging" / "buildroot"
 YOCTO = PROJECT / "packaging" / "yocto"
 PACKAGE = BUILDROOT / "package" / "kelvo-pwr"
-RECIPE = YOCTO / "recipes-support" / "kelvo-pwr" / "kelvo-pwr_1.0.0.bb"
+(RECIPE,) = (YOCTO / "recipes-support" / "kelvo-pwr").glob("*.bb")
 
 CMAKE = (PROJECT / "CMakeLists.txt").read_text()
 VERSION = re.search(r"project\(kelvo-pwr VERSION ([\d.]+)", CMAKE)[1]

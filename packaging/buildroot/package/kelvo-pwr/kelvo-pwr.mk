@@ -4,7 +4,7 @@
 #
 ################################################################################
 
-KELVO_PWR_VERSION = 1.0.0
+KELVO_PWR_VERSION = 1.1.0
 # The checkout that this tree is part of. For sources of your own, give their
 # place here and their hash in kelvo-pwr.hash, and remove the method.
 KELVO_PWR_SITE = $(BR2_EXTERNAL_KELVO_PATH)/../..
