@@ -1,5 +1,7 @@
 """What an artefact is said to be made of, against what other tools see in it."""
 
+import copy
+import hashlib
 import json
 import os
 import re
@@ -8,6 +10,9 @@ from datetime import datetime
 from pathlib import Path
 
 import pytest
+
+from host.problems import Unavailable
+from schema import validator
 
 PROJECT = Path(__file__).parent.parent.parent
 BOM = PROJECT / "release" / "bom"
@@ -96,34 +101,56 @@ def test_versions_are_those_that_are_installed(static):
         assert component["version"] == shown
 
 
-# The schema itself is in no package of Debian: this is what it demands of the members in use.
+@pytest.fixture(scope="module")
+def schema():
+    try:
+        return validator("1.5")
+    except Unavailable as reason:
+        pytest.skip(str(reason))
+
+
+@pytest.mark.parametrize("name", ["shared", "static"])
+def test_the_schema_allows_it(name, request, schema):
+    errors = schema.iter_errors(request.getfixturevalue(name))
+    assert [f"{error.json_path}: {error.message}" for error in errors] == []
+
+
+@pytest.mark.parametrize(
+    "change, place",
+    [
+        (lambda bill: bill.pop("bomFormat"), "$"),
+        (lambda bill: bill["components"][0].pop("type"), "$.components[0]"),
+        (lambda bill: bill["components"][0].update(purls=[]), "$.components[0]"),
+        # By the lists of names, to which the schema refers.
+        (
+            lambda bill: bill["metadata"]["component"].update(licenses=[{"license": {"id": "X"}}]),
+            "$.metadata.component.licenses",
+        ),
+    ],
+)
+def test_the_schema_refuses_what_is_wrong(shared, schema, change, place):
+    """So it is really there."""
+    wrong = copy.deepcopy(shared)
+    change(wrong)
+    assert [error.json_path for error in schema.iter_errors(wrong)] == [place]
+
+
 PURL = r"pkg:(deb/debian|generic)/[\w.%-]+@[\w.%~-]+\?arch=\w+(&distro=debian-\d+)?"
 
 
 @pytest.mark.parametrize("name", ["shared", "static"])
-def test_it_is_cyclonedx(name, request):
+def test_it_says_of_what_it_is_and_names_each_part(name, request):
     bill_of_materials = request.getfixturevalue(name)
-    assert list(bill_of_materials) == [
-        *("bomFormat", "specVersion", "serialNumber", "version"),
-        *("metadata", "components", "dependencies"),
-    ]
-    assert bill_of_materials["bomFormat"] == "CycloneDX"
-    assert bill_of_materials["specVersion"] == "1.5"
-    assert re.fullmatch(
-        r"urn:uuid:[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}", bill_of_materials["serialNumber"]
-    )
-    assert bill_of_materials["version"] == 1
     metadata = bill_of_materials["metadata"]
     assert datetime.fromisoformat(metadata["timestamp"]).timestamp() == 1700000000
     main, components = metadata["component"], bill_of_materials["components"]
     assert (main["type"], main["name"], main["version"]) == ("application", "kelvo-pwr", "1.2.3")
-    assert re.fullmatch(r"[0-9a-f]{64}", main["hashes"][0]["content"])
+    artefact = {"shared": RELEASE, "static": SMALL}[name]
+    assert main["hashes"][0]["content"] == hashlib.sha256(artefact.read_bytes()).hexdigest()
     for component in [main, *components]:
         assert re.fullmatch(PURL, component["purl"])
-        (licence,) = component["licenses"]
-        assert set(licence) == {"expression"} or set(licence["license"]) == {"id"}
+        assert component["licenses"]
     for component in components:
-        assert component["type"] == "library"
         (source,) = component["pedigree"]["ancestors"]
         assert re.fullmatch(PURL, source["purl"]) and "arch=source" in source["purl"]
     references = [component["bom-ref"] for component in [main, *components]]
