@@ -79,4 +79,5 @@ class Executable:
         return {option for option in _OPTIONS for line in compiled if option not in line.split()}
 
     def package_note(self) -> dict:
-        return json.loads(re.search(r"Packaging Metadata: (.*)", self._readelf("--notes"))[1])
+        (note,) = re.findall(r"Packaging Metadata: (.*)", self._readelf("--notes"))
+        return json.loads(note)
