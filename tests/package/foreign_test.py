@@ -1,5 +1,6 @@
 """The package built for other machines, and its program run there by an emulator.
 
+DEBIAN_RELEASE is the Debian for which it is built, the host's own if empty; FOREIGN_FOLDER gets it.
 The emulator has no GPIO; what the daemon does with its lines is not tested here.
 """
 
@@ -18,6 +19,7 @@ from host.debootstrap import this_release
 from host.problems import Unavailable
 
 PROJECT = Path(__file__).parent.parent.parent
+RELEASE = os.environ["DEBIAN_RELEASE"] or this_release()
 PACKAGES = Path(os.environ["FOREIGN_FOLDER"])
 WITH_OWN_SHM = PROJECT / "tests" / "host" / "with_own_shm"
 NO_RESULT_FILE = "Cant read timestamp conf\n"
@@ -26,7 +28,7 @@ NO_RESULT_FILE = "Cant read timestamp conf\n"
 @pytest.fixture(scope="session")
 def cross_base(mounts):
     try:
-        return cross_root(this_release())
+        return cross_root(RELEASE)
     except Unavailable as reason:
         pytest.skip(str(reason))
 
@@ -48,14 +50,21 @@ class Foreign:
         follow(root.path, machine, BUILD)
         (self.deb,) = (root.path / "build").glob(f"kelvo-pwr_*_{machine.name}.deb")
         subprocess.run(["dpkg-deb", "--extract", self.deb, root.path / "installed"], check=True)
-        # For whole machines.
-        PACKAGES.mkdir(exist_ok=True)
-        shutil.copy(self.deb, PACKAGES)
+        self._keep_packages()
         self.program = "/installed/usr/sbin/kelvo-pwr"
         sources = ["tests/board/segment_tool.cpp", "src/shared/shared_state.cpp"]
         flags = ["-std=c++17", "-I", "src", "-o", "/segment_tool"]
         compiling = [machine.compiler, *flags, *sources]
         succeed(root.path, "sh", "-c", f"cd /build/kelvo-pwr && {' '.join(compiling)}")
+
+    def _keep_packages(self):
+        """For whole machines, in the place of those of another version."""
+        PACKAGES.mkdir(parents=True, exist_ok=True)
+        made = f"kelvo-pwr*_{self.machine.name}.deb"
+        for old in PACKAGES.glob(made):
+            old.unlink()
+        for package in (self.root.path / "build").glob(made):
+            shutil.copy(package, PACKAGES)
 
     def run(self, *words):
         """Standard output, standard error and status of the program."""
@@ -85,21 +94,43 @@ def native(*words):
     return result.stdout, result.stderr, result.returncode
 
 
+def field(package, name):
+    words = ["dpkg-deb", "--field", package, name]
+    return subprocess.check_output(words, text=True).strip()
+
+
 def test_the_package_is_for_the_machine(foreign):
-    field = subprocess.run(
-        ["dpkg-deb", "--field", foreign.deb, "Architecture"], capture_output=True, text=True
-    ).stdout
-    assert field == f"{foreign.machine.name}\n"
+    assert field(foreign.deb, "Architecture") == foreign.machine.name
     header = succeed(foreign.root.path, "readelf", "--file-header", foreign.program)
     assert re.search(r"Machine: +(\S+)", header)[1] == foreign.machine.kind
 
 
-def test_it_is_hardened(foreign):
+def test_its_debug_symbols_go_with_it(foreign):
+    symbols = foreign.deb.with_name(foreign.deb.name.replace("kelvo-pwr_", "kelvo-pwr-dbgsym_"))
+    assert field(symbols, "Depends") == f"kelvo-pwr (= {field(foreign.deb, 'Version')})"
+    notes = succeed(foreign.root.path, "readelf", "--notes", foreign.program)
+    assert re.search(r"Build ID: (\w+)", notes)[1] in field(symbols, "Build-Ids").split()
+    assert {foreign.deb.name, symbols.name} == {
+        package.name for package in PACKAGES.glob(f"*_{foreign.machine.name}.deb")
+    }
+
+
+@pytest.fixture
+def executable(foreign):
     def run(words):
         return succeed(foreign.root.path, *words)
 
     prefix = foreign.machine.compiler.removesuffix("g++")
-    executable = Executable(foreign.program, run, prefix)
+    return Executable(foreign.program, run, prefix)
+
+
+def test_it_is_of_its_debian(foreign, executable):
+    note = executable.package_note()
+    number = {"bookworm": "12", "trixie": "13"}[RELEASE]
+    assert (note["architecture"], note["osVersion"]) == (foreign.machine.name, number)
+
+
+def test_it_is_hardened(foreign, executable):
     assert executable.hardening() >= EVERY_FILE | {"buffers checked"}
     # For armhf there are no marks.
     landings = executable.landings()
