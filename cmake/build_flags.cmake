@@ -15,11 +15,20 @@ add_library(test_flags INTERFACE)
 target_compile_options(test_flags INTERFACE -O0 -U_FORTIFY_SOURCE)
 target_link_libraries(test_flags INTERFACE checks)
 
+if(KELVO_STATIC)
+  set(static -static)
+  # Debian's C library for armhf cannot be at any address when it is linked statically.
+  check_linker_flag(CXX -static-pie linker_has_static_pie)
+  if(linker_has_static_pie)
+    set(static -static-pie)
+  endif()
+endif()
+
 add_library(build_flags INTERFACE)
 target_link_libraries(build_flags INTERFACE checks)
 target_compile_options(build_flags INTERFACE -fstack-protector-strong)
 target_link_options(build_flags INTERFACE
-  -Wl,-z,relro -Wl,-z,now $<$<BOOL:${KELVO_STATIC}>:-static-pie>)
+  -Wl,-z,relro -Wl,-z,now ${static})
 
 # Which of these there are depends on the processor: jumps are guarded by the second on amd64, by
 # the third on arm64. Clang only warns of one that it has no use for.
