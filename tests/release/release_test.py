@@ -1,4 +1,5 @@
-"""scripts/release in a small checkout of its own, in which tests and builds are stand-ins."""
+"""scripts/release and release/again in a small checkout of their own, in which tests and builds are
+stand-ins."""
 
 import hashlib
 import re
@@ -31,7 +32,7 @@ echo "builds $1"
 test "$1" != "$FAILING"
 tar --extract --file "$2" --to-stdout kelvo-pwr-7.8.9/CHANGELOG.md | cmp - CHANGELOG.md
 mkdir -p "$3/${1%/*}"
-echo "$1" >"$3/$1.deb"
+echo "$1 ${VARYING:+in $PWD, ways $KELVO_OTHER_WAYS}" >"$3/${1%/*}/kelvo-pwr_7.8.9_${1#*/}.deb"
 """
 TEST = """#!/bin/sh
 test -z "$FAILING_TESTS"
@@ -119,7 +120,7 @@ def test_everything_is_there_and_checked(checkout):
     done = checkout.release("7.8.9")
     assert (done.stderr, done.returncode) == ("", 0)
     packages = [
-        f"{release}/{machine}.deb"
+        f"{release}/kelvo-pwr_7.8.9_{machine}.deb"
         for release in ("bookworm", "trixie")
         for machine in ("amd64", "arm64", "armhf")
     ]
@@ -145,8 +146,8 @@ def test_some_targets_alone(checkout):
     done = checkout.release("--only", "trixie/arm64", "--only", "bookworm/amd64", "7.8.9")
     assert done.returncode == 0
     assert [name for name in checkout.files() if name.endswith(".deb")] == [
-        "bookworm/amd64.deb",
-        "trixie/arm64.deb",
+        "bookworm/kelvo-pwr_7.8.9_amd64.deb",
+        "trixie/kelvo-pwr_7.8.9_arm64.deb",
     ]
 
 
@@ -227,3 +228,40 @@ def test_wrong_words_are_refused(checkout, words):
     done = checkout.release(*words)
     assert (done.returncode, done.stdout) == (2, "")
     assert done.stderr.startswith("usage: scripts/release ")
+
+
+@pytest.fixture
+def released(checkout, key):
+    assert checkout.release("--key", str(key), "7.8.9").returncode == 0
+    return checkout
+
+
+def again(checkout, **environment):
+    (checkout.path.parent / "again").mkdir()
+    environment = {"TMPDIR": str(checkout.path.parent / "again"), **environment}
+    return checkout.run("release/again", "dist", **environment)
+
+
+def test_all_of_it_can_be_built_again(released):
+    done = again(released)
+    assert (done.stderr, done.returncode) == ("", 0)
+    assert done.stdout.endswith("\nthe same: 8 files\n")
+    assert list((released.path.parent / "again").iterdir()) == []
+
+
+def test_what_differs_when_built_again_is_told(released):
+    done = again(released, VARYING="1")
+    assert done.returncode == 1
+    wrong = re.findall(r"^(\S+): FAILED$", done.stdout, re.MULTILINE)
+    assert wrong == [name for name in released.files() if name.endswith(".deb")]
+    (folder,) = re.findall(r"^not the same: (.*)$", done.stderr, re.MULTILINE)
+    text = Path(folder, wrong[0]).read_text()
+    assert text == f"bookworm/amd64 in {Path(folder).parent.parent}, ways 1\n"
+    assert released.path not in Path(folder).parents
+
+
+def test_what_is_missing_when_built_again_is_told(released):
+    with (released.dist / "SHA256SUMS").open("a") as sums:
+        sums.write(f"{'0' * 64}  bookworm/more.deb\n")
+    done = again(released)
+    assert (done.returncode, "bookworm/more.deb: FAILED open or read" in done.stdout) == (1, True)
