@@ -11,6 +11,7 @@ TESTS = HERE.parent
 sys.path[:0] = map(str, (HERE, TESTS / "builds", TESTS / "system", TESTS.parent / "board"))
 
 from debian_root import Root, base_system, leave_mount_namespace, require_root  # noqa: E402
+from packages import run_systemd  # noqa: E402
 
 PROJECT = Path(__file__).parent.parent.parent
 
@@ -33,6 +34,12 @@ def deb(source):
 
 
 @pytest.fixture(scope="session")
+def monitor_deb(deb):
+    """What hands the status on."""
+    return deb.with_name(deb.name.replace("kelvo-pwr_", "kelvo-pwr-monitor_"))
+
+
+@pytest.fixture(scope="session")
 def mounts():
     require_root()
     leave_mount_namespace()
@@ -51,3 +58,10 @@ def base(mounts, deb):
 def root(base, tmp_path_factory):
     with Root(base, tmp_path_factory.mktemp("root")) as root:
         yield root
+
+
+@pytest.fixture
+def system(root):
+    """With a systemctl that says that systemd is running."""
+    run_systemd(root)
+    return root

@@ -110,9 +110,14 @@ def test_its_debug_symbols_go_with_it(foreign):
     assert field(symbols, "Depends") == f"kelvo-pwr (= {field(foreign.deb, 'Version')})"
     notes = succeed(foreign.root.path, "readelf", "--notes", foreign.program)
     assert re.search(r"Build ID: (\w+)", notes)[1] in field(symbols, "Build-Ids").split()
-    assert {foreign.deb.name, symbols.name} == {
-        package.name for package in PACKAGES.glob(f"*_{foreign.machine.name}.deb")
+
+
+def test_all_packages_are_kept(foreign):
+    names = {
+        package.name.partition("_")[0] for package in PACKAGES.glob(f"*_{foreign.machine.name}.deb")
     }
+    programs = {"kelvo-pwr", "kelvo-pwr-monitor"}
+    assert names == programs | {f"{program}-dbgsym" for program in programs}
 
 
 @pytest.fixture

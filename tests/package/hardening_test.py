@@ -1,4 +1,4 @@
-"""The package's executables are hardened, and tell that they are the package's."""
+"""The executables of both packages are hardened, and tell that they are the packages'."""
 
 import platform
 import subprocess
@@ -8,13 +8,15 @@ import pytest
 from hardening import EVERY_FILE, Executable
 
 PROGRAM = "usr/sbin/kelvo-pwr"
+MONITOR = "usr/sbin/kelvo-pwr-monitor"
 HELPER = "usr/lib/systemd/system-shutdown/kelvo-pwr-end"
 
 
 @pytest.fixture(scope="module")
-def unpacked(deb, tmp_path_factory):
+def unpacked(deb, monitor_deb, tmp_path_factory):
     folder = tmp_path_factory.mktemp("unpacked")
-    subprocess.run(["dpkg-deb", "--extract", deb, folder], check=True)
+    for package in (deb, monitor_deb):
+        subprocess.run(["dpkg-deb", "--extract", package, folder], check=True)
     return folder
 
 
@@ -22,6 +24,7 @@ def unpacked(deb, tmp_path_factory):
     "path, expected",
     [
         (PROGRAM, EVERY_FILE | {"buffers checked"}),
+        (MONITOR, EVERY_FILE | {"buffers checked"}),
         # What tells of it there is a name within the file, and these are stripped.
         (HELPER, EVERY_FILE - {"containers checked"}),
     ],
@@ -33,7 +36,7 @@ def test_the_executables_are_hardened(unpacked, path, expected):
     assert landings is None or landings > 100
 
 
-@pytest.mark.parametrize("path", [PROGRAM, HELPER])
+@pytest.mark.parametrize("path", [PROGRAM, MONITOR, HELPER])
 def test_the_executables_tell_of_their_package(unpacked, deb, path):
     words = ["dpkg-deb", "--showformat=${Version} ${Architecture}", "--show", deb]
     version, architecture = subprocess.check_output(words, text=True).split()

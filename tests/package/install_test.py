@@ -1,16 +1,14 @@
-"""Installed, upgraded, removed and purged by dpkg, in a system of its own.
-
-systemctl is a stand-in there that notes its calls; nothing is booted.
-"""
+"""Installed, upgraded, removed and purged by dpkg, in a system of its own."""
 
 import fcntl
 import os
 import re
 import shutil
-import subprocess
 from contextlib import contextmanager
 
 import pytest
+
+from packages import calls, dpkg, install, installed_files, with_later_version
 
 CONFIGURATION = "etc/kelvo/kelvo-pwr.conf"
 RESULT_FILE = "var/lib/kelvo-pwr/kelvo-pwr.dat"
@@ -19,10 +17,6 @@ LOCK = "run/kelvo-pwr.lock"
 ENABLED = "etc/systemd/system/multi-user.target.wants/kelvo-pwr.service"
 TIMER_ENABLED = "etc/systemd/system/timers.target.wants/kelvo-pwr-test.timer"
 
-SYSTEMCTL = """#!/bin/sh
-echo "$@" >>/run/calls
-case "$*" in *is-active*) [ -e /run/active ] ;; esac
-"""
 ENABLE = [
     f"--root=/ --system --preset-mode=enable-only preset {unit}"
     for unit in ("kelvo-pwr.service", "kelvo-pwr-watch.timer")
@@ -37,38 +31,6 @@ RESTART = "try-restart kelvo-pwr.service"
 KINDS = "service", "timer"
 
 
-def installed_files(root):
-    """All but what dpkg keeps for itself and the stand-in's notes."""
-    hidden = ("var/lib/dpkg/", "var/log/", "run/calls", "run/active")
-    paths = (str(path.relative_to(root.path)) for path in root.path.rglob("*"))
-    return {path for path in paths if not path.startswith(hidden)}
-
-
-def dpkg(root, *words):
-    result = root.run("dpkg", *words)
-    assert result.returncode == 0, result.stdout + result.stderr
-    return result.stdout
-
-
-def install(root, package, *words):
-    shutil.copy(package, root.path / "package.deb")
-    try:
-        return dpkg(root, *words, "--install", "/package.deb")
-    finally:
-        (root.path / "package.deb").unlink()
-
-
-def calls(root):
-    """What systemctl was asked to do; looking and reloading are not counted."""
-    try:
-        lines = (root.path / "run/calls").read_text().splitlines()
-    except FileNotFoundError:
-        return []
-    others = "is-active", "is-enabled", "daemon-reload", "show "
-    asked = [line for line in lines if not any(other in line for other in others)]
-    return [line.removeprefix("--quiet ").removeprefix("--system ") for line in asked]
-
-
 def daemon_s_files(root):
     """What a daemon leaves; without GPIO lines it gets as far as its segment."""
     daemon = root.run("kelvo-pwr", "-c", f"/{CONFIGURATION}")
@@ -79,29 +41,15 @@ def daemon_s_files(root):
 
 
 @pytest.fixture
-def system(root):
-    """With a systemctl that says that systemd is running."""
-    systemctl = root.path / "bin/systemctl"
-    systemctl.write_text(SYSTEMCTL)
-    systemctl.chmod(0o755)
-    (root.path / "run/systemd/system").mkdir(parents=True)
-    return root
-
-
-@pytest.fixture
 def newer(deb, tmp_path):
     """The same package with a later version, and another configuration if one is given."""
 
     def make(configuration=None):
-        folder = tmp_path / "unpacked"
-        subprocess.run(["dpkg-deb", "-R", deb, folder], check=True)
-        control = folder / "DEBIAN/control"
-        control.write_text(control.read_text().replace("\nVersion: ", "\nVersion: 99+"))
-        if configuration:
-            (folder / CONFIGURATION).write_text(configuration)
-        package = tmp_path / "newer.deb"
-        subprocess.run(["dpkg-deb", "-b", folder, package], check=True, capture_output=True)
-        return package
+        def change(unpacked):
+            if configuration:
+                (unpacked / CONFIGURATION).write_text(configuration)
+
+        return with_later_version(deb, tmp_path, change)
 
     return make
 
@@ -153,7 +101,7 @@ def test_it_runs_with_its_configuration(root, deb):
     assert listing.endswith(f"startTimestamp{' ' * 11}: 1\nendTimestamp{' ' * 13}: 2\n")
 
 
-def test_its_pages_find_each_other_and_the_examples(root, deb):
+def test_its_pages_find_each_other(root, deb):
     install(root, deb)
     folder = root.path / "usr/share/doc/kelvo-pwr"
     # Those of docs; the README is for the checkout.
@@ -162,9 +110,6 @@ def test_its_pages_find_each_other_and_the_examples(root, deb):
     named = set(re.findall(r"\]\(([\w-]+[.]\w+)", texts))
     assert {"wiring.md", "cost.svg"} <= named
     assert [name for name in named if not (folder / name).exists()] == []
-    tools = re.findall(r"install contrib/(\S+)", (folder / "monitoring.md").read_text())
-    assert len(tools) == 2
-    assert [tool for tool in tools if not os.access(folder / "examples" / tool, os.X_OK)] == []
 
 
 def test_purging_leaves_nothing(system, deb):

@@ -58,7 +58,8 @@ def installed_by_debian():
     lines = (debian / "kelvo-pwr.install").read_text().splitlines()
     files = {f"{folder}/{Path(source).name}" for source, folder in map(str.split, lines)}
     # By debhelper's own names for them: the package's, before another one of a unit.
-    for unit in (path for path in debian.iterdir() if path.suffix in (".service", ".timer")):
+    units = [*debian.glob("kelvo-pwr.*service"), *debian.glob("kelvo-pwr.*timer")]
+    for unit in units:
         files.add(f"lib/systemd/system/{re.sub('^kelvo-pwr[.](?=kelvo)', '', unit.name)}")
     assert (debian / "kelvo-pwr.tmpfiles").exists()
     return files | {"usr/lib/tmpfiles.d/kelvo-pwr.conf"}

@@ -61,12 +61,13 @@ def test_the_release_preset_with_its_debug_information(elsewhere):
     assert same(elsewhere / "build/release" / program, RELEASE / program)
 
 
-def test_the_package(elsewhere):
-    """Without its unit tests, which are not in it."""
+def test_the_packages(elsewhere):
+    """Without their unit tests, which are not in them."""
     options = f"nocheck parallel={os.cpu_count()}"
     words = ["dpkg-buildpackage", "--build=binary", "--no-sign"]
     run(elsewhere, *words, DEB_BUILD_OPTIONS=options)
     made = sorted(elsewhere.parent.glob("*.deb"))
-    assert len(made) == 2
+    # Both, with their debug symbols.
+    assert len(made) == 4
     for package in made:
         assert same(package, PACKAGES / package.name), package.name

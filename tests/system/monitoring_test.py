@@ -2,6 +2,7 @@
 
 import os
 import re
+import shutil
 from pathlib import Path
 
 import pytest
@@ -16,6 +17,7 @@ from guest.process import run
 PROMETHEUS, *_ = blocks("monitoring.md", "Prometheus")
 NUT, *_ = blocks("monitoring.md", "Network UPS Tools")
 MONITOR, *_ = blocks("monitoring.md", "The native monitor")
+CONFIGURATION = "/etc/kelvo/monitor.conf"
 HANDED_ON = Path("/run/kelvo-pwr-monitor")
 METRICS = Path("/var/lib/prometheus/node-exporter/kelvo_pwr.prom")
 
@@ -53,12 +55,12 @@ def test_whoever_exchanges_the_collector_s_folder_has_root_write_nothing(owner):
     assert list(Path("/etc").glob("kelvo_pwr*")) == []
 
 
-def test_the_native_monitor(service, owner):
-    """As the host has built it."""
-    owner.give("cmake", ":")
+def test_the_native_monitor(service, owner, tmp_path):
+    (deb,) = Path(f"/host{os.environ['PACKAGE_FOLDER']}").glob("kelvo-pwr-monitor_*.deb")
+    shutil.copy(deb, tmp_path)
+    owner.give("editor", f'test "$1" = {CONFIGURATION}')
     for command in MONITOR:
-        built = f"cp /host{os.environ['KELVO_PWR_MONITOR']} "
-        owner.run(re.sub(r"^cp build/\S+ ", built, command), PROJECT)
+        owner.run(command, tmp_path)
     metrics = HANDED_ON / "kelvo_pwr.prom"
 
     def shown(file, text):
