@@ -7,8 +7,7 @@ from report.tables import Rows
 _MINUTES = 5
 _NAMES = {
     "daemon": DEFAULT,
-    "monitor": "native monitor, every 5 s: both files, events",
-    "scripts": "exporter every 15 s, bridge every 5 s",
+    "monitor": f"{MONITOR}, every 5 s: both files, events",
 }
 
 

@@ -11,7 +11,7 @@ EMPTY = "empty program"
 TRUE = "/bin/true"
 PYTHON = "Python loop"
 SHELL = "shell loop"
-MONITOR = "native monitor"
+MONITOR = "kelvo-pwr-monitor"
 NUT = "NUT, simulated UPS"
 
 LOOPS = [DEFAULT, OVERDUE, MINIMAL, SMALL, BARE, BARE_CLOCK, BARE_STATIC, PYTHON, SHELL, NUT]

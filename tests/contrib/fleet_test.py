@@ -106,7 +106,7 @@ def start(member):
 def export(member, board):
     argv = ["nsenter", f"--target={board.pid}", "--mount"]
     command = export_command(f"{FOLDER}/{member.name}.prom", member.name)
-    result = run([*argv, *command], env={"KELVO_PWR": PROGRAM})
+    result = run([*argv, *command])
     assert result == ("", "", 0)
 
 

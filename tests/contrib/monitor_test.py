@@ -1,17 +1,15 @@
-"""The native monitor beside a daemon that lives its life: what it remembers, and whom it calls."""
+"""The monitor beside a daemon that lives its life: what it remembers, and whom it calls."""
 
-import os
 from contextlib import contextmanager
 
 import pytest
 
-from nut import Nut, bridge_command
+from nut import MONITOR, Nut
 from rig import SECOND
 
 from guest.clock import now, sleep_until, wait_until
 from guest.process import Program, run
 
-MONITOR = os.environ["KELVO_PWR_MONITOR"]
 # Two looks, 5 seconds apart, and the calls that follow.
 SEEN = 12
 
@@ -165,7 +163,8 @@ def test_network_ups_tools_show_the_last_test(rig, home, tmp_path):
         "test.end=1717416600\ntest.good=0\nevents=0\ndone=\n"
     )
     with Nut(tmp_path / "nut") as nut:
-        with Program(bridge_command(nut.file, "--daemon.conf", rig.conf, "--state", home.state)):
+        words = ["--nut", nut.file, "--daemon.conf", rig.conf, "--state", home.state]
+        with Program([MONITOR, *map(str, words)]):
             rig.full_server("test.hour=-1")
             nut.wait_for("OL RB", within=40)
             shown = nut.variables()

@@ -9,21 +9,14 @@ from urllib.request import urlopen
 from guest.clock import wait_until
 from guest.process import Program
 
-_ROOT = Path(__file__).parent.parent.parent
 _TOOLS = Path(os.environ["CONTRIB_TOOLS"])
-
-# The native monitor does what the exporter does; a run is of the one or of the other.
-MONITOR = os.environ.get("KELVO_PWR_MONITOR")
-_EXPORTER = _ROOT / "contrib" / "prometheus" / "kelvo-pwr-exporter"
+_MONITOR = os.environ["KELVO_PWR_MONITOR"]
 PROMTOOL = _TOOLS / "usr/bin/promtool"
 
 
-def export_command(*words) -> list:
-    """Writes the file that is the first of the words once; the second is the name of a board."""
-    if MONITOR is None:
-        return [_EXPORTER, *words]
-    file, *board = words
-    return [MONITOR, "--once", "--prometheus", file, *(f"--board={name}" for name in board)]
+def export_command(file, *board) -> list:
+    """Writes the file once, with the name of a board if one is given."""
+    return [_MONITOR, "--once", "--prometheus", file, *(f"--board={name}" for name in board)]
 
 
 class NodeExporter:

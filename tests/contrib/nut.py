@@ -1,4 +1,4 @@
-"""The real Network UPS Tools behind the bridge: driver, server, and machines that ask."""
+"""The real Network UPS Tools behind the monitor: driver, server, and machines that ask."""
 
 import os
 import socket
@@ -8,30 +8,21 @@ from pathlib import Path
 from guest.clock import wait_until
 from guest.process import Program, run
 
-_CONTRIB = Path(__file__).parent.parent.parent / "contrib" / "nut"
+_SAMPLE = Path(__file__).parent.parent.parent / "contrib" / "nut" / "ups.conf"
 _TOOLS = Path(os.environ["CONTRIB_TOOLS"])
+MONITOR = os.environ["KELVO_PWR_MONITOR"]
+_INSTALLED = "/run/kelvo-pwr-monitor/ups"
 
-_BRIDGE = _CONTRIB / "kelvo-pwr-nut"
-# The native monitor does what the bridge does; a run is of the one or of the other.
-_MONITOR = os.environ.get("KELVO_PWR_MONITOR")
 NOT_CONNECTED = "Error: Driver not connected"
 DOWN = "the other machine goes down"
 
 # What Debian's unit for a driver does: Restart=always, RestartSec=15.
 _RESTARTED = 'while :; do "$@"; sleep 15; done'
-# What the monitor alone says of a bad battery.
-REPLACE = "" if _MONITOR is None else " RB"
-
-
-def bridge_command(*words) -> list:
-    """Keeps the file that is the first of the words."""
-    return [_BRIDGE, *words] if _MONITOR is None else [_MONITOR, "--nut", *words]
-
 
 class Nut:
     """The driver, with the section of ups.conf that is shipped, and upsd.
 
-    A `with` statement ends both. `file` is where the bridge is to write.
+    A `with` statement ends both. `file` is where the monitor is to write.
     """
 
     def __init__(self, folder: Path):
@@ -44,9 +35,9 @@ class Nut:
 
     def __enter__(self) -> "Nut":
         self._folder.mkdir(mode=0o700)
-        sample = (_CONTRIB / "ups.conf").read_text()
-        assert sample.count("/run/kelvo-pwr-nut/status") == 1
-        self._write("ups.conf", sample.replace("/run/kelvo-pwr-nut/status", str(self.file)))
+        sample = _SAMPLE.read_text()
+        assert sample.count(_INSTALLED) == 1
+        self._write("ups.conf", sample.replace(_INSTALLED, str(self.file)))
         self._write("upsd.conf", "LISTEN 127.0.0.1")
         self._write("upsd.users", "[other]\npassword = secret\nupsmon secondary")
         driver = [_TOOLS / "lib/nut/dummy-ups", "-u", "root", "-a", "kelvo-pwr", "-F"]

@@ -4,13 +4,13 @@ import os
 
 import pytest
 
-from nut import DOWN, NOT_CONNECTED, REPLACE, Nut, bridge_command
-from rig import PROGRAM, SECOND, SEGMENT
+from nut import DOWN, MONITOR, NOT_CONNECTED, Nut
+from rig import SECOND, SEGMENT
 
 from guest.clock import now, sleep_until
-from guest.process import Program, run
+from guest.process import Program
 
-# The bridge looks every 5 seconds and believes its second look, the driver looks within 3;
+# The monitor looks every 5 seconds and believes its second look, the driver looks within 3;
 # a driver that has ended is started again after 15.
 SEEN = 8
 STARTED = 15 + 2 * SEEN
@@ -25,9 +25,9 @@ def nut(rig, tmp_path):
 
 
 @pytest.fixture
-def bridge(nut):
-    with Program(bridge_command(nut.file), env={"KELVO_PWR": PROGRAM}) as bridge:
-        yield bridge
+def monitor(nut):
+    with Program([MONITOR, "--nut", str(nut.file)]) as monitor:
+        yield monitor
 
 
 def variables(status, result, date=None):
@@ -42,7 +42,7 @@ def variables(status, result, date=None):
     return {name: text for name, text in texts.items() if text is not None}
 
 
-def test_an_outage_to_its_end(rig, nut, bridge):
+def test_an_outage_to_its_end(rig, nut, monitor):
     rig.full_server("test.hour=-1")
     nut.wait_for("OL", within=STARTED)
     assert nut.variables() == variables("OL", NOT_KNOWN_BAD)
@@ -58,7 +58,7 @@ def test_an_outage_to_its_end(rig, nut, bridge):
     nut.assert_stays("OB LB", 30)
 
 
-def test_power_that_returns_in_time(rig, nut, bridge):
+def test_power_that_returns_in_time(rig, nut, monitor):
     rig.full_server("test.hour=-1")
     nut.wait_for("OL", within=STARTED)
     rig.board.ac(False)
@@ -67,7 +67,7 @@ def test_power_that_returns_in_time(rig, nut, bridge):
     nut.wait_for("OL", within=SEEN)
 
 
-def test_a_battery_that_was_cut_is_not_counted_on_with_power_back(rig, nut, bridge):
+def test_a_battery_that_was_cut_is_not_counted_on_with_power_back(rig, nut, monitor):
     daemon = rig.full_server("test.hour=-1", "test.shut.timeout=0", "test.shut.cutoff=0")
     rig.board.ac(False)
     rig.board.battery(False)
@@ -84,7 +84,7 @@ def test_a_battery_that_was_cut_is_not_counted_on_with_power_back(rig, nut, brid
 
 
 @pytest.mark.parametrize("outage", [False, True])
-def test_a_dead_daemon_is_seen(rig, nut, bridge, outage):
+def test_a_dead_daemon_is_seen(rig, nut, monitor, outage):
     daemon = rig.full_server("test.hour=-1")
     rig.board.ac(not outage)
     nut.wait_for("OB" if outage else "OL", within=STARTED)
@@ -96,14 +96,14 @@ def test_a_dead_daemon_is_seen(rig, nut, bridge, outage):
     rig.board.ac(True)
     rig.full_server("test.hour=-1")
     nut.wait_for("OL", within=STARTED)
-    assert bridge.stderr.splitlines()[-3:] == [
+    assert monitor.stderr.splitlines()[-3:] == [
         "The daemon lives",
         "The daemon is gone or hangs",
         "The daemon lives",
     ]
 
 
-def test_a_hung_daemon_is_seen_and_one_that_wakes_up(rig, nut, bridge):
+def test_a_hung_daemon_is_seen_and_one_that_wakes_up(rig, nut, monitor):
     daemon = rig.full_server("test.hour=-1")
     nut.wait_for("OL", within=STARTED)
     daemon.send(19)
@@ -115,14 +115,14 @@ def test_a_hung_daemon_is_seen_and_one_that_wakes_up(rig, nut, bridge):
 def test_what_a_dead_daemon_left_is_never_shown(rig, tmp_path):
     rig.full_server("test.hour=-1").kill()
     file = tmp_path / "status"
-    with Program(bridge_command(file), env={"KELVO_PWR": PROGRAM}):
+    with Program([MONITOR, "--nut", str(file)]):
         end = now() + 30 * SECOND
         while now() < end:
             assert not file.exists()
             sleep_until(now() + SECOND // 2)
 
 
-def test_a_client_that_hangs_is_not_waited_for(rig, nut, bridge):
+def test_a_segment_that_is_not_whole_is_not_waited_for(rig, nut, monitor):
     daemon = rig.full_server("test.hour=-1")
     nut.wait_for("OL", within=STARTED)
     daemon.kill()
@@ -132,18 +132,7 @@ def test_a_client_that_hangs_is_not_waited_for(rig, nut, bridge):
     nut.wait_for(NOT_CONNECTED, within=10 + SEEN)
 
 
-@pytest.mark.script
-def test_half_a_status_is_none(rig, nut, tmp_path):
-    stub = tmp_path / "stub"
-    stub.write_text(f"#!/bin/sh\n{PROGRAM} --status | head --lines=7\n")
-    stub.chmod(0o755)
-    rig.full_server("test.hour=-1")
-    with Program(bridge_command(nut.file), env={"KELVO_PWR": str(stub)}) as bridge:
-        nut.assert_stays(NOT_CONNECTED, 30)
-        assert bridge.stderr.startswith("Not a status: Cant read timestamp conf\ncount ")
-
-
-def test_a_minimal_server_knows_of_no_battery(rig, nut, bridge):
+def test_a_minimal_server_knows_of_no_battery(rig, nut, monitor):
     rig.board.battery(False)
     rig.minimal_server()
     nut.wait_for("OL", within=STARTED)
@@ -154,7 +143,7 @@ def test_a_minimal_server_knows_of_no_battery(rig, nut, bridge):
     assert nut.variables() == variables("OB", None)
 
 
-def test_the_result_of_a_battery_test(rig, nut, bridge):
+def test_the_result_of_a_battery_test(rig, nut, monitor):
     daemon = rig.full_server("test.hour=-1", "test.duration=12")
     nut.wait_for("OL", within=STARTED)
     before = "OL"
@@ -166,28 +155,13 @@ def test_the_result_of_a_battery_test(rig, nut, bridge):
         daemon.wait_for_line(f"Test result: Battery is {'good' if good else 'bad'}", within=7)
         rig.board.battery(True)
         sleep_until(now() + SEEN * SECOND)
-        before = "OL" if good else "OL" + REPLACE
+        before = "OL" if good else "OL RB"
         assert nut.variables() == variables(before, result)
         # Twice the duration has to pass between two tests.
         sleep_until(now() + 12 * SECOND)
 
 
-@pytest.mark.script
-def test_the_date_of_the_last_battery_test(rig, nut):
-    # Another one has begun and not ended.
-    rig.save_times(1_717_502_400, 1_717_416_600)
-    known = {"KELVO_PWR": PROGRAM, "KELVO_PWR_CONF": str(rig.conf)}
-    with Program(bridge_command(nut.file), env=known):
-        rig.full_server("test.hour=-1")
-        nut.wait_for("OL", within=STARTED)
-        assert nut.variables() == variables("OL", NOT_KNOWN_BAD, "2024-06-03 12:10:00 UTC")
-        for what_it_takes in (rig.result_file, rig.conf):
-            what_it_takes.unlink()
-            sleep_until(now() + SEEN * SECOND)
-            assert nut.variables() == variables("OL", NOT_KNOWN_BAD)
-
-
-def test_a_result_goes_when_it_is_no_longer_known(rig, nut, bridge):
+def test_a_result_goes_when_it_is_no_longer_known(rig, nut, monitor):
     """The driver keeps what a file does not name."""
     first = rig.full_server("test.hour=-1")
     nut.wait_for("OL", within=STARTED)
@@ -200,34 +174,16 @@ def test_a_result_goes_when_it_is_no_longer_known(rig, nut, bridge):
 
 
 @pytest.mark.parametrize("number", [1, 2, 15])
-def test_the_bridge_takes_its_file_with_it(rig, nut, bridge, number):
+def test_the_monitor_takes_its_file_with_it(rig, nut, monitor, number):
     rig.full_server("test.hour=-1")
     nut.wait_for("OL", within=STARTED)
-    bridge.send(number)
-    assert bridge.wait_for_exit(within=6) == 0
+    monitor.send(number)
+    assert monitor.wait_for_exit(within=6) == 0
     assert not nut.file.exists()
     nut.wait_for(NOT_CONNECTED, within=SEEN)
 
 
-@pytest.mark.script
-def test_a_disk_that_is_full_ends_the_bridge_and_its_file(rig, nut, bridge):
-    rig.full_server("test.hour=-1")
-    nut.wait_for("OL", within=STARTED)
-    os.symlink("/dev/full", f"{nut.file}.new")
-    assert bridge.wait_for_exit(within=6) != 0
-    nut.wait_for(NOT_CONNECTED, within=SEEN)
-
-
-@pytest.mark.script
-@pytest.mark.parametrize("words", [[], ["a", "5", "b"], ["a", "1"], ["a", "-5"], ["a", "soon"]])
-def test_bad_words(tmp_path, words):
-    command = bridge_command(*words)
-    result = run(command, directory=str(tmp_path))
-    assert result == ("", f"usage: {command[0]} FILE [SECONDS]\n", 2)
-    assert list(tmp_path.iterdir()) == []
-
-
-def test_another_machine_goes_down_when_the_battery_is_empty(rig, nut, bridge):
+def test_another_machine_goes_down_when_the_battery_is_empty(rig, nut, monitor):
     daemon = rig.full_server("test.hour=-1", "test.shut.cmd=poweroff")
     nut.wait_for("OL", within=STARTED)
     other = nut.other_machine()
@@ -244,7 +200,7 @@ def test_another_machine_goes_down_when_the_battery_is_empty(rig, nut, bridge):
 
 
 @pytest.mark.parametrize("outage", [False, True])
-def test_another_machine_when_the_daemon_dies(rig, nut, bridge, outage):
+def test_another_machine_when_the_daemon_dies(rig, nut, monitor, outage):
     """It goes down, if it was last told of an outage."""
     daemon = rig.full_server("test.hour=-1")
     nut.wait_for("OL", within=STARTED)

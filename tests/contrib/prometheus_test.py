@@ -1,13 +1,11 @@
-"""The exporter's file and what the real node exporter makes of it."""
+"""The monitor's file and what the real node exporter makes of it."""
 
-import os
 import subprocess
-from pathlib import Path
 
 import pytest
 
 from node_exporter import PROMTOOL, NodeExporter, export_command
-from rig import PROGRAM, SECOND, SEGMENT
+from rig import SECOND
 
 from guest.clock import now, sleep_until
 from guest.process import run
@@ -61,8 +59,8 @@ def file(tmp_path):
     return folder / "kelvo_pwr.prom"
 
 
-def export(file, *words, program=PROGRAM):
-    return run(export_command(file, *words), env={"KELVO_PWR": str(program)})
+def export(file, *words):
+    return run(export_command(file, *words))
 
 
 def text(labels="", **values):
@@ -70,14 +68,6 @@ def text(labels="", **values):
     return "".join(
         f"{METRICS[f'kelvo_pwr_{name}']}{labels} {value}\n" for name, value in values.items()
     )
-
-
-def stub(folder, script):
-    """A program in the place of the client."""
-    path = folder / "stub"
-    path.write_text(f"#!/bin/sh\n{script}\n")
-    path.chmod(0o755)
-    return path
 
 
 FULL = dict(
@@ -162,50 +152,6 @@ def test_a_count_that_the_status_shows_as_negative(rig, file, count):
     assert file.read_text() == text(**FULL | dict(waited_seconds_total=count))
 
 
-@pytest.mark.script
-def test_without_a_segment_there_is_nothing_but_that(rig, file):
-    result = export(file)
-    assert (result.stdout, result.status) == ("", 0)
-    assert result.stderr.splitlines() == ["Cant read timestamp conf", "No such file or directory"]
-    assert file.read_text() == text(up=0)
-
-
-@pytest.mark.script
-def test_a_client_that_hangs_is_given_ten_seconds(rig, file):
-    """As one does on a segment whose creation failed half way."""
-    SEGMENT.touch()
-    os.truncate(SEGMENT, 1024)
-    begin = now()
-    assert export(file).status == 0
-    assert (now() - begin) // SECOND == 10
-    assert file.read_text() == text(up=0)
-
-
-@pytest.mark.script
-@pytest.mark.parametrize(
-    "script",
-    [
-        "exec true",
-        "echo 'count                    : 5'",
-        f"{PROGRAM} --status | head --lines=7",
-        f"{PROGRAM} --status | sed 's/: 0/: no/'",
-    ],
-)
-def test_half_a_status_is_none(rig, file, tmp_path, script):
-    rig.full_server().kill()
-    export(file, program=stub(tmp_path, script))
-    assert file.read_text() == text(up=0)
-
-
-@pytest.mark.script
-def test_what_the_client_says_beside_the_status_is_no_metric(rig, file, tmp_path):
-    daemon = rig.full_server("test.hour=-1")
-    sleep_until(daemon.started + 3 * SECOND + SECOND // 2)
-    words = "count of 5\ncount : none\ntesting : 1 2\n"
-    export(file, program=stub(tmp_path, f"echo '{words}' >&2\nexec {PROGRAM} --status"))
-    assert file.read_text() == text(**FULL)
-
-
 def test_the_file_is_replaced_as_a_whole_and_readable_for_all(rig, file):
     rig.full_server("test.hour=-1").kill()
     export(file)
@@ -216,36 +162,6 @@ def test_the_file_is_replaced_as_a_whole_and_readable_for_all(rig, file):
     assert "kelvo_pwr_battery_empty 1\n" in file.read_text()
     assert oct(file.stat().st_mode) == oct(0o100644)
     assert list(file.parent.iterdir()) == [file]
-
-
-@pytest.mark.script
-def test_a_full_disk_leaves_the_file_before(rig, file):
-    rig.full_server("test.hour=-1").kill()
-    export(file)
-    before = file.read_text()
-    Path(f"{file}.new").symlink_to("/dev/full")
-    result = export(file)
-    assert result.status != 0
-    assert "No space left on device" in result.stderr or "write failure" in result.stderr
-    assert file.read_text() == before
-
-
-@pytest.mark.script
-@pytest.mark.parametrize(
-    "words, problem",
-    [
-        ([], "usage: "),
-        (["status.txt"], "usage: "),
-        (["a.prom", "b", "c"], "usage: "),
-        (["a.prom", ""], "bad name of a board: ''"),
-        (["a.prom", 'b"'], "bad name of a board: 'b\"'"),
-    ],
-)
-def test_bad_words(tmp_path, words, problem):
-    result = run(export_command(*words), directory=str(tmp_path))
-    assert (result.stdout, result.status) == ("", 2)
-    assert problem in result.stderr
-    assert list(tmp_path.iterdir()) == []
 
 
 def test_the_node_exporter_hands_on_every_metric(rig, file):
@@ -260,7 +176,7 @@ def test_the_node_exporter_hands_on_every_metric(rig, file):
         sleep_until(now() + 2 * SECOND)
         export(file, "attic")
         assert f"kelvo_pwr_power_missing{labels} 1" in node_exporter.scrape("kelvo_pwr")
-        # When the file was written shows that the exporter runs.
+        # When the file was written shows that the monitor runs.
         (written,) = node_exporter.scrape("node_textfile_mtime_seconds{")
         assert float(written.split()[1]) == pytest.approx(file.stat().st_mtime, abs=1)
 

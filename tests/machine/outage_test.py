@@ -1,14 +1,17 @@
 """Outages: one that the battery outlasts, one to the cut and the boot after it."""
 
-from rig import CUT, PROJECT, Lived
+import subprocess
 
+from rig import CUT, Lived, package_of
 
 POWEROFF = "test.shut.cmd=poweroff"
 
 
 def test_an_outage_with_power_back_in_time(tmp_path):
-    exporter = PROJECT / "contrib/prometheus/kelvo-pwr-exporter"
-    lived = Lived(tmp_path, "short_outage", more=[exporter])
+    package = package_of("kelvo-pwr-monitor")
+    subprocess.run(["dpkg-deb", "--extract", package, tmp_path / "unpacked"], check=True)
+    monitor = tmp_path / "unpacked/usr/sbin/kelvo-pwr-monitor"
+    lived = Lived(tmp_path, "short_outage", more=[monitor])
     assert lived.printed.splitlines() == [
         # Whether the status could be read, AC power is missing, the battery is empty.
         "before 1 0 0",

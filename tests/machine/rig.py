@@ -1,6 +1,6 @@
 """The lives of a machine on which the package is installed, as they are looked at on the host.
 
-MACHINE is its processor and its Debian, such as arm64-bookworm; PACKAGE_FOLDER has the package.
+MACHINE is its processor and its Debian, such as arm64-bookworm; PACKAGE_FOLDER has the packages.
 """
 
 import json
@@ -19,10 +19,9 @@ from machine.life import Life
 from machine.run import add_own, copy_disk, installed, journal, product_of
 from way_down import CUT, source_and_text
 
-__all__ = ["CUT", "Lived"]
+__all__ = ["CUT", "Lived", "package_of"]
 
 HERE = Path(__file__).parent
-PROJECT = HERE.parents[1]
 CONFIGURATION = "/etc/kelvo/kelvo-pwr.conf"
 STATE = "/var/lib/kelvo-pwr"
 RESULT_FILE = f"{STATE}/kelvo-pwr.dat"
@@ -57,7 +56,7 @@ class Lived:
     ):
         try:
             product, disk = product_of(*os.environ["MACHINE"].split("-"), folder)
-            disk = installed(product, disk, package())
+            disk = installed(product, disk, package_of("kelvo-pwr"))
         except Unavailable as reason:
             pytest.skip(str(reason))
         self._folder, self.disk = folder, copy_disk(disk, folder)
@@ -131,7 +130,8 @@ class Lived:
         assert looked.returncode == 0, looked.stdout
 
 
-def package() -> Path:
+def package_of(name: str) -> Path:
+    """The package of that name for the machine."""
     architecture, _ = os.environ["MACHINE"].split("-")
-    (found,) = Path(os.environ["PACKAGE_FOLDER"]).glob(f"kelvo-pwr_*_{architecture}.deb")
+    (found,) = Path(os.environ["PACKAGE_FOLDER"]).glob(f"{name}_*_{architecture}.deb")
     return found

@@ -12,9 +12,7 @@ from rig import LOCK, PROGRAM, SECOND, SEGMENT, STATE, UNIT, shown, systemctl
 from guest.clock import now, sleep_until, wait_until
 from guest.process import Program, run
 
-CONTRIB = "/usr/share/doc/kelvo-pwr/examples"
-EXPORTER = "prometheus/kelvo-pwr-exporter"
-BRIDGE = "nut/kelvo-pwr-nut"
+MONITOR = "/usr/sbin/kelvo-pwr-monitor"
 LIBRARY_ERROR = "Cant read timestamp conf\nboost::interprocess_exception::library_error\n"
 
 
@@ -124,21 +122,23 @@ def forged(service):
     return move_on
 
 
-def test_the_exporter_takes_no_status_of_another_user(forged, tmp_path):
-    file = tmp_path / "kelvo_pwr.prom"
-    said = run([f"{CONTRIB}/{EXPORTER}", str(file)])
-    assert said == ("", f"{SEGMENT} is not root's\n", 0)
-    assert "\nkelvo_pwr_up 0\n" in file.read_text()
-
-
-def test_the_bridge_takes_no_status_of_another_user(forged, tmp_path):
-    file = tmp_path / "status"
-    with Program([f"{CONTRIB}/{BRIDGE}", str(file)]) as bridge:
+def test_the_monitor_takes_no_status_of_another_user(forged, tmp_path):
+    metrics, ups, events = (tmp_path / name for name in ("kelvo_pwr.prom", "ups", "events.d"))
+    events.mkdir()
+    called = events / "10-called"
+    called.write_text(f"#!/bin/sh\ntouch {tmp_path}/$1\n")
+    called.chmod(0o755)
+    words = [f"--prometheus={metrics}", f"--nut={ups}", f"--events={events}"]
+    with Program([MONITOR, *words]) as monitor:
         for _ in range(10):
             sleep_until(now() + 3 * SECOND)
             forged()
-            assert not file.exists()
-        assert bridge.stderr == f"{SEGMENT} is not root's\n"
+            assert not ups.exists()
+        assert monitor.stderr == f"{SEGMENT} is not root's\n"
+    assert [line for line in metrics.read_text().splitlines() if line[0] != "#"] == [
+        "kelvo_pwr_up 0"
+    ]
+    assert {path.name for path in tmp_path.iterdir()} == {metrics.name, events.name, "daemon-gone"}
 
 
 def test_a_request_reaches_the_daemon_out_of_its_sandbox(service):

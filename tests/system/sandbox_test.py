@@ -7,7 +7,6 @@ seen to make a difference.
 import json
 import os
 import re
-import shutil
 from pathlib import Path
 
 import pytest
@@ -20,7 +19,6 @@ from guest.process import run
 PROBE = Path(__file__).parent / "probe.py"
 NOTES = Path("/run/kelvo-pwr")
 UNIT_FILE = Path("/usr/lib/systemd/system") / UNIT
-INSTALLED = Path("/run/systemd/system")
 PAGE = PROJECT / "docs/sandbox.md"
 
 NAMESPACES = "net", "ipc"
@@ -177,20 +175,8 @@ def points_of(unit):
     return re.search(r": (\d\.\d \w+)", overall)[1]
 
 
-@pytest.fixture
-def contrib():
-    """The names of the units there, which are installed for a while."""
-    scripts = [*PROJECT.glob("contrib/nut/*.service"), *PROJECT.glob("contrib/prom*/*.service")]
-    units = [Path(shutil.copy(unit, INSTALLED)) for unit in scripts]
-    systemctl("daemon-reload")
-    yield {unit.name for unit in units}
-    for unit in units:
-        unit.unlink()
-    systemctl("daemon-reload")
-
-
-def test_the_page_has_what_systemd_thinks_of_the_other_units(contrib):
-    units = {f"kelvo-pwr-{name}.service" for name in ("test", "watch", "monitor")} | contrib
+def test_the_page_has_what_systemd_thinks_of_the_other_units():
+    units = {f"kelvo-pwr-{name}.service" for name in ("test", "watch", "monitor")}
     row = r"^\| `(\S+\.service)`.* \| (\d\.\d \w+) \|$"
     told = dict(re.findall(row, PAGE.read_text(), re.MULTILINE))
     assert told == {unit: points_of(unit) for unit in units}

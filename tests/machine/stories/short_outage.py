@@ -1,4 +1,4 @@
-"""AC power goes and is back while the battery still holds; what the exporter tells meanwhile."""
+"""AC power goes and is back while the battery still holds; what the monitor tells meanwhile."""
 
 import subprocess
 import time
@@ -15,7 +15,7 @@ NAMES = ("up", "power_missing", "battery_empty")
 def tell(stage: str) -> None:
     # The daemon looks once a second.
     time.sleep(2)
-    subprocess.run(["sh", "/board/kelvo-pwr-exporter", METRICS], check=True)
+    subprocess.run(["/board/kelvo-pwr-monitor", "--once", f"--prometheus={METRICS}"], check=True)
     values = dict(line.split() for line in METRICS.read_text().splitlines() if line[0] != "#")
     print(stage, *(values[f"kelvo_pwr_{name}"] for name in NAMES))
 
