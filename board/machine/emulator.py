@@ -2,6 +2,7 @@
 
 import os
 import random
+import shlex
 import signal
 import subprocess
 import time
@@ -44,16 +45,26 @@ def command_of(architecture: str) -> list[str]:
 
 
 class Emulator:
-    """Its files are in the folder; `wall` is what the machine's calendar shows at first."""
+    """Its files are in the folder; `wall` is what the machine's calendar shows at first.
+
+    With a state that was saved it goes on where that was, which is a request that it has made.
+    """
 
     def __init__(
-        self, product: Product, folder: Path, drive: list[str], wall: float, realtime: bool
+        self,
+        product: Product,
+        folder: Path,
+        drive: list[str],
+        wall: float,
+        realtime: bool,
+        saved: Optional[Path] = None,
     ):
         sockets = {name: folder / name for name in ("control", "pins")}
         for path in sockets.values():
             path.unlink(missing_ok=True)
         self.mailbox = Mailbox(folder / "mailbox")
         self._stands = False
+        self._is_saved = saved is not None
         base = datetime.fromtimestamp(wall, timezone.utc).strftime("%Y-%m-%dT%H:%M:%S")
         initial = [] if product.initial is None else ["-initrd", product.initial]
         command = [
@@ -72,9 +83,11 @@ class Emulator:
             "-object",
             f"memory-backend-file,id=shared,share=on,size={Mailbox.SIZE},"
             f"mem-path={folder / 'mailbox'}",
-            *("-device", "ivshmem-plain,memdev=shared"),
+            # It is the one that keeps the memory: otherwise nothing could be saved.
+            *("-device", "ivshmem-plain,memdev=shared,master=on"),
             *drive,
             *(() if realtime else _SKIPPING),
+            *(() if saved is None else ("-incoming", f"exec:cat {shlex.quote(str(saved))}")),
             # Held until the inputs have their levels.
             "-S",
         ]
@@ -113,10 +126,25 @@ class Emulator:
 
     def begin(self) -> None:
         """Its inputs have their levels."""
-        self._control.do("cont")
+        if self._is_saved:
+            while self._control.do("query-status")["status"] == "inmigrate":
+                time.sleep(_LOOK_EVERY_SECONDS)
+            self._stands = True
+        else:
+            self._control.do("cont")
+
+    def save(self, path: Path) -> None:
+        """Its state while it waits for an answer; it does not go on after that."""
+        self._control.do("migrate", uri=f"exec:cat >{shlex.quote(str(path))}")
+        while (status := self._control.do("query-migrate")["status"]) != "completed":
+            if status in ("failed", "cancelled"):
+                raise RuntimeError(f"the machine cannot be saved: {status}")
+            time.sleep(_LOOK_EVERY_SECONDS)
 
     def request(self, longest_seconds: float) -> Optional[dict]:
         """What the machine asks next; it does nothing until the answer. None: it has ended."""
+        if self._stands:
+            return self.mailbox.request()
         end = time.monotonic() + longest_seconds
         try:
             while time.monotonic() < end:

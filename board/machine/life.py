@@ -3,6 +3,7 @@
 import base64
 import json
 import random
+import shutil
 import time
 from pathlib import Path
 from typing import Callable, NamedTuple, Optional, Sequence
@@ -18,6 +19,8 @@ from machine.supply import Supply
 # otherwise begin then.
 _BEGIN = 1780488000
 _SECOND = 10**9
+# How a boot can end, beside the system's own ways.
+_CUT, _SAVED = "power cut", "saved"
 
 
 class Happening(NamedTuple):
@@ -43,9 +46,11 @@ class Life:
         realtime: bool = False,
         chance: Optional[random.Random] = None,
         output: Callable[[int, bytes], None] = lambda number, data: None,
+        saved: Optional[Path] = None,
     ):
+        """With a folder that `save` has filled the first boot is over; the disk is a copy of its."""
         self._product, self._folder, self._disk = product, folder, disk
-        self._task = {"command": list(command), "environment": environment or {}}
+        self._task: dict = {"command": list(command), "environment": environment or {}}
         self._realtime, self._chance, self._output = realtime, chance, output
         self.supply = Supply(coupled=coupled)
         self.happenings: list[Happening] = []
@@ -55,35 +60,45 @@ class Life:
         self.lateness: list[int] = []  # nanoseconds of each planned stimulus
         self.ages: list[int] = []  # of the machine, in nanoseconds, when each boot began
         self._boot = 0
+        self._how: Optional[str] = None  # this boot ends
         self._age = 0  # nanoseconds since it was first switched on, when this boot began
         self._now = 0  # nanoseconds on its monotonic clock
         self._plan: list[tuple[int, dict]] = []
         self._inputs: dict[str, int] = {}
         self._status: Optional[int] = None
+        self._saved, self._to_save = saved, None
 
-    def live(self, longest_seconds: float) -> Optional[int]:
-        """Returns the status of the command, or None if the machine is off and will stay so."""
+    def live(self, longest_seconds: float, most_boots: Optional[int] = None) -> Optional[int]:
+        """Returns the status of the command, or None if the machine is off and will stay so.
+
+        After so many boots it stays off, whatever is to come.
+        """
         end = time.monotonic() + longest_seconds
         while True:
             how = self._live_one_boot(end)
-            if self._status is not None:
+            if self._status is not None or self._boot == most_boots:
                 return self._status
             self._age += self._now
             if how != "reboot" and not self._is_switched_on_again(how == "poweroff"):
                 return None
 
+    def save(self, folder: Path, longest_seconds: float) -> None:
+        """Runs the command, then keeps in the folder what lives can begin with."""
+        self._task["goes on"] = True
+        self._to_save = folder
+        self._live_one_boot(time.monotonic() + longest_seconds)
+        if self.happenings.pop().text != _SAVED:
+            raise BoardFailure(f"there is nothing to be saved; its console:\n{self._console()}")
+        self._disk.image.rename(folder / "disk")
+        shutil.copy(self._folder / "console", folder)
+        (folder / "happenings.json").write_text(json.dumps(self.happenings))
+
     def _live_one_boot(self, end: float) -> str:
         self._boot += 1
-        self._now = 0
+        self._now, self._how = 0, None
         self.ages.append(self._age)
-        self._note("boot", str(self._boot))
-        (self._folder / "console").open("a").write(f"=== boot {self._boot} ===\n")
-        wall = _BEGIN + self._age / _SECOND
-        drive = self._disk.connect()
-        emulator = Emulator(self._product, self._folder, drive, wall, self._realtime)
-        self._inputs = {}
-        self._put(emulator)
-        emulator.begin()
+        emulator = self._begun() if self._saved is None else self._gone_on(self._saved)
+        self._saved = None
         try:
             while (request := emulator.request(end - time.monotonic())) is not None:
                 try:
@@ -99,14 +114,37 @@ class Life:
             raise BoardFailure(f"{reason}; its console:\n{self._console()}") from None
         return self._ended(emulator)
 
+    def _begun(self) -> Emulator:
+        self._note("boot", str(self._boot))
+        (self._folder / "console").open("a").write(f"=== boot {self._boot} ===\n")
+        emulator = self._emulator()
+        self._inputs = {}
+        self._put(emulator)
+        emulator.begin()
+        return emulator
+
+    def _gone_on(self, folder: Path) -> Emulator:
+        happenings = json.loads((folder / "happenings.json").read_text())
+        self.happenings = [Happening(*fields) for fields in happenings]
+        shutil.copy(folder / "console", self._folder)
+        self._inputs = self.supply.inputs()
+        emulator = self._emulator(folder / "state")
+        emulator.begin()
+        return emulator
+
+    def _emulator(self, state: Optional[Path] = None) -> Emulator:
+        wall = _BEGIN + self._age / _SECOND
+        drive = self._disk.connect()
+        return Emulator(self._product, self._folder, drive, wall, self._realtime, state)
+
     def _ended(self, emulator: Emulator) -> str:
         """The disk becomes what it is now."""
         emulator.cut()
-        if self._status is not None or emulator.how is not None:
-            self._disk.keep_all()
-        else:
+        how = emulator.how or self._how or _CUT
+        if how == _CUT:
             self.lost.append(self._disk.keep_flushed(self._chance))
-        how = emulator.how or ("the command's end" if self._status is not None else "power cut")
+        else:
+            self._disk.keep_all()
         self._note("end", how)
         self.supply.board_is_off()
         return how
@@ -118,12 +156,17 @@ class Life:
         answer: dict = {}
         if "output" in request:
             self._output(request["output"], base64.b64decode(request["data"]))
+        if "done" in request and self._to_save is not None:
+            emulator.save(self._to_save / "state")
+            self._how = _SAVED
+            return None
         if "task" in request:
             boot = {"BOARD_BOOT": str(self._boot)}
             answer = {**self._task, "environment": {**self._task["environment"], **boot}}
         if "failure" in request:
             raise RuntimeError(request["failure"])
-        self._status = request.get("status")
+        if "status" in request:
+            self._status, self._how = request["status"], "the command's end"
         if "note" in request:
             self._note(*request["note"])
         if "plan" in request:
@@ -161,6 +204,8 @@ class Life:
     def _is_switched_on_again(self, was_powered: bool) -> bool:
         """Lets what is planned happen until power comes on; or there is none to come."""
         powered = was_powered
+        if self.supply.powers() and not powered:
+            return True
         while self._plan:
             due, change = self._plan.pop(0)
             self._now = 0

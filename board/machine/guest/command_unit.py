@@ -11,7 +11,6 @@ _CHUNK = 1 << 14
 
 
 def main() -> None:
-    task = ask(task=True)
     pipes = {number: os.pipe() for number in (1, 2)}
     carriers = [
         threading.Thread(target=carry, args=(number, reading))
@@ -19,19 +18,17 @@ def main() -> None:
     ]
     for carrier in carriers:
         carrier.start()
-    try:
-        status = subprocess.run(
-            task["command"],
-            cwd="/board",
-            env={**os.environ, **task["environment"]},
-            stdin=subprocess.DEVNULL,
-            stdout=pipes[1][1],
-            stderr=pipes[2][1],
-        ).returncode
-    except OSError as error:
-        ask(failure=str(error))
-        return
-    for _, writing in pipes.values():
+    outputs = [writing for _, writing in pipes.values()]
+    task = ask(task=True)
+    if "goes on" in task:
+        status = run(task, *outputs)
+        if status != 0:
+            ask(failure=f"the command has ended with status {status}")
+        os.sync()
+        # The machine is saved here; its lives go on from here.
+        task = ask(task=True, done=True)
+    status = run(task, *outputs)
+    for writing in outputs:
         os.close(writing)
     for carrier in carriers:
         carrier.join()
@@ -39,6 +36,21 @@ def main() -> None:
     subprocess.run(["journalctl", "--sync"], check=False)
     os.sync()
     ask(status=128 - status if status < 0 else status)
+
+
+def run(task: dict, stdout: int, stderr: int) -> int:
+    try:
+        return subprocess.run(
+            task["command"],
+            cwd="/board",
+            env={**os.environ, **task["environment"]},
+            stdin=subprocess.DEVNULL,
+            stdout=stdout,
+            stderr=stderr,
+        ).returncode
+    except OSError as error:
+        ask(failure=str(error))
+        raise
 
 
 def carry(number: int, reading: int) -> None:
