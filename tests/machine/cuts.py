@@ -29,8 +29,7 @@ def cut_at_random(seed: int, folder: Path) -> Cut:
     chance = random.Random(seed)
     road, (story, first, last) = chance.choice(sorted(_ROADS.items()))
     moment = round(chance.uniform(first, last), 3)
-    settings = ["test.shut.cmd=poweroff", "test.shut.timeout=16"]
-    lived = Lived(folder, story, moment, settings=settings, seed=seed)
+    lived = Lived(folder, story, moment, seed=seed)
     assert (lived.ends(), lived.status) == (["power cut", "the command's end"], 0), lived.ends()
     lived.assert_file_system_whole()
     said = lived.of_the_daemon(2)

@@ -1,17 +1,12 @@
-"""Outages: one that the battery outlasts, one to the cut and the boot after it."""
+"""Outages: one that the battery outlasts, power back on the way down, one to the cut and beyond."""
 
-import subprocess
+import pytest
 
-from rig import CUT, Lived, package_of
-
-POWEROFF = "test.shut.cmd=poweroff"
+from rig import CUT, START_AGAIN, Lived
 
 
 def test_an_outage_with_power_back_in_time(tmp_path):
-    package = package_of("kelvo-pwr-monitor")
-    subprocess.run(["dpkg-deb", "--extract", package, tmp_path / "unpacked"], check=True)
-    monitor = tmp_path / "unpacked/usr/sbin/kelvo-pwr-monitor"
-    lived = Lived(tmp_path, "short_outage", more=[monitor])
+    lived = Lived(tmp_path, "short_outage")
     assert lived.printed.splitlines() == [
         # Whether the status could be read, AC power is missing, the battery is empty.
         "before 1 0 0",
@@ -23,8 +18,24 @@ def test_an_outage_with_power_back_in_time(tmp_path):
     assert [level for _, level in lived.levels("BAT-SW")] == [1]
 
 
+# In the grace time, right before and after the command, in the midst of the way down, and when all is
+# unmounted.
+@pytest.mark.parametrize("moment", [10, 119.5, 120.5, 124, "late"])
+def test_power_that_is_back_on_the_way_starts_the_machine_again(tmp_path, moment):
+    lived = Lived(tmp_path, "outage", moment, most_boots=1)
+    assert lived.after_unmounting() == [START_AGAIN]
+    assert lived.ends() == ["reboot"]
+    assert [level for _, level in lived.levels("BAT-SW")] == [1]
+    back = lived.when_outside('{"ac": true}' if moment == "late" else '{"ac": true, "good": true}')
+    if moment == "late":
+        assert back > lived.said[-1].seconds
+    else:
+        assert moment <= back - lived.when("Battery empty") < moment + 0.5
+    lived.assert_file_system_whole()
+
+
 def test_an_outage_to_the_cut_and_the_boot_after_it(tmp_path):
-    lived = Lived(tmp_path, "outage", 600, settings=[POWEROFF])
+    lived = Lived(tmp_path, "outage", 600)
     assert lived.of_the_daemon(1)[2:] == [
         "Full server",
         "Battery empty",

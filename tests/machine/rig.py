@@ -3,32 +3,43 @@
 MACHINE is its processor and its Debian, such as arm64-bookworm; PACKAGE_FOLDER has the packages.
 """
 
+import hashlib
 import json
 import os
 import random
 import re
 import subprocess
+import tempfile
 from pathlib import Path
 from typing import NamedTuple, Optional
 
 import pytest
 
+from host.cache import kept
 from host.problems import Unavailable
+from machine.emulator import Product
 from machine.files import names_in, put, text_of
 from machine.life import Life
 from machine.run import add_own, copy_disk, installed, journal, product_of
-from way_down import CUT, source_and_text
+from way_down import CUT, START_AGAIN, source_and_text
 
-__all__ = ["CUT", "Lived", "package_of"]
+__all__ = ["CUT", "START_AGAIN", "Lived"]
 
 HERE = Path(__file__).parent
+PROJECT = HERE.parents[1]
+STORIES = HERE / "stories"
 CONFIGURATION = "/etc/kelvo/kelvo-pwr.conf"
 STATE = "/var/lib/kelvo-pwr"
 RESULT_FILE = f"{STATE}/kelvo-pwr.dat"
-UNMOUNTED = "All filesystems, swaps, loop devices, MD devices and DM devices detached."
+SETTINGS = f"""\
+sys.save.path={RESULT_FILE}
+test.battery=true
+test.hour=-1
+test.shut.cmd=poweroff
+"""
 
 # On the host's clock, for one life on a busy machine.
-LONGEST_SECONDS = 900
+LONGEST_SECONDS = 1800
 
 
 class Said(NamedTuple):
@@ -39,45 +50,33 @@ class Said(NamedTuple):
 
 
 class Lived:
-    """A life with these settings, over when it is made; in each boot `story` is run.
+    """A life, over when it is made; in each boot `story` is run.
 
-    `more` goes to /board. With a seed chance decides at a power cut about what was not flushed, which
-    is lost without one.
+    The first boot is not played anew each time: it is that of `guarded`, which goes on here. With a
+    seed chance decides at a power cut about what was not flushed, which is lost without one.
     """
 
-    def __init__(
-        self,
-        folder,
-        story,
-        *words,
-        settings=(),
-        more=(),
-        seed=None,
-    ):
+    def __init__(self, folder, story, *words, coupled=False, seed=None, most_boots=None):
         try:
             product, disk = product_of(*os.environ["MACHINE"].split("-"), folder)
-            disk = installed(product, disk, package_of("kelvo-pwr"))
+            saved = guarded(product, disk)
         except Unavailable as reason:
             pytest.skip(str(reason))
-        self._folder, self.disk = folder, copy_disk(disk, folder)
-        add_own(self.disk.image, [*(HERE / "stories").glob("*.py"), *more])
-        put(self.disk.image, {CONFIGURATION: self._configured(settings)})
+        self._folder, self.disk = folder, copy_disk(saved / "disk", folder)
         self.printed = ""
         self.life = Life(
             product,
             folder,
             self.disk,
             ["python3", "-PB", f"/board/{story}.py", *map(str, words)],
+            coupled=coupled,
             chance=None if seed is None else random.Random(seed),
             output=self._print,
+            saved=saved,
         )
-        self.status = self.life.live(LONGEST_SECONDS)
+        self.status = self.life.live(LONGEST_SECONDS, most_boots)
         self.console = (folder / "console").read_text(errors="replace").splitlines()
         self.said = self._journal()
-
-    def _configured(self, settings) -> str:
-        usual = f"sys.save.path={RESULT_FILE}", "test.battery=true", "test.hour=-1"
-        return "".join(f"{line}\n" for line in (*usual, *settings))
 
     def _print(self, number: int, data: bytes) -> None:
         if number == 1:
@@ -109,6 +108,11 @@ class Lived:
             if (happening.boot, happening.kind) == (boot, kind)
         ]
 
+    def when_outside(self, change: str) -> float:
+        """When this change was made outside, in seconds of its boot."""
+        (one,) = (h for h in self.life.happenings if (h.kind, h.text) == ("outside", change))
+        return one.time / 1e9
+
     def ends(self) -> list[str]:
         return [happening.text for happening in self.life.happenings if happening.kind == "end"]
 
@@ -130,8 +134,35 @@ class Lived:
         assert looked.returncode == 0, looked.stdout
 
 
+def guarded(product: Product, disk: Path) -> Path:
+    """A machine with the package and the stories, booted, its daemon a full server; kept."""
+    disk = installed(product, disk, package_of("kelvo-pwr"))
+    with tempfile.TemporaryDirectory() as unpacked:
+        extract = ["dpkg-deb", "--extract", package_of("kelvo-pwr-monitor"), unpacked]
+        subprocess.run(extract, check=True)
+        monitor = Path(unpacked) / "usr/sbin/kelvo-pwr-monitor"
+        return booted(product, disk, [*sorted(STORIES.glob("*.py")), monitor])
+
+
+def booted(product: Product, disk: Path, own: list[Path]) -> Path:
+    """With these files in /board."""
+
+    def make(work: Path) -> Path:
+        copy = copy_disk(disk, work)
+        add_own(copy.image, own)
+        put(copy.image, {CONFIGURATION: SETTINGS})
+        saved = work / "saved"
+        saved.mkdir()
+        life = Life(product, work, copy, ["python3", "-PB", "/board/boot.py"])
+        life.save(saved, LONGEST_SECONDS)
+        return saved
+
+    made_of = [*sorted((PROJECT / "board").rglob("*.py")), *own]
+    parts = [disk.name.encode(), SETTINGS.encode(), *(path.read_bytes() for path in made_of)]
+    return kept(f"guarded-machine-{hashlib.sha256(b''.join(parts)).hexdigest()[:16]}", make)
+
+
 def package_of(name: str) -> Path:
-    """The package of that name for the machine."""
     architecture, _ = os.environ["MACHINE"].split("-")
     (found,) = Path(os.environ["PACKAGE_FOLDER"]).glob(f"{name}_*_{architecture}.deb")
     return found

@@ -9,6 +9,13 @@ from guest.board import found
 from guest.clock import wait_until
 
 board = found()
+
+
+def tell(stage: str) -> None:
+    power = "missing" if board.pwr_in.level() else "present"
+    print(f"{stage} {board.at2.holder()} {board.at2.level()}, AC power {power}")
+
+
 with follow() as journal:
     await_full_server(journal)
     client("--run-test-now", "--test.duration=60")
@@ -17,6 +24,6 @@ with follow() as journal:
     subprocess.run(["systemctl", "kill", "--signal=KILL", "kelvo-pwr"], check=True)
     # Systemd lets ten seconds pass.
     time.sleep(5)
-    print("killed", board.at2.holder(), board.at2.level())
+    tell("killed")
     await_full_server(journal)
-    print("restarted", board.at2.holder(), board.at2.level())
+    tell("restarted")

@@ -9,7 +9,7 @@ from story import BOOT, await_full_server, await_the_end, client, follow
 
 from guest.board import found
 
-GRACE_SECONDS = 16
+GRACE_SECONDS = 120
 
 with follow() as journal:
     await_full_server(journal)
