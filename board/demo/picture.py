@@ -5,7 +5,7 @@ from guest.lines import AT1, LINES, MEANINGS, PWR_IN
 from host.plot import BAND, INK, LARGE, MARK, OURS, plot, quoted
 
 _WIDTH, _HEIGHT, _LEFT = 1080, 540, 230
-_MARKED = ("Start", "Test result", "Battery empty", "Execute", "Still alive")
+_MARKED = ("Start", "Test result", "Battery empty", "Execute", "Still alive", "kelvo-pwr: ")
 
 # In units of which a line takes one and has one below it; above all lines what the daemon said,
 # in two rows, and the titles of the chapters.
@@ -40,6 +40,8 @@ def picture(record: Record) -> str:
 
 
 def _title(record: Record) -> str:
+    if record.is_machine:
+        return "A good battery test, a failed one, AC power lost, power cut, the next boot"
     coupling = " (BAT-T2 coupled to PWR-IN)" if record.coupled else ""
     return f"A good battery test, a failed one, AC power lost, the battery cut{coupling}"
 
@@ -53,7 +55,7 @@ def _chapters(chapters: list[tuple[float, str]], length: float, height: float) -
             look = f'fillcolor rgb "{BAND}" fillstyle solid noborder'
             script.append(f"set object rectangle {place} {look}")
         y = height - _CHAPTER * (number + 0.5)
-        script.append(_label(f"{number + 1}. {title}", begin, y, "offset character 0.5, 0"))
+        script.append(_label(f"{number + 1}. {title}", begin, y, _side(begin, length)))
     return script
 
 
@@ -74,16 +76,22 @@ def _lane(record: Record, line: str, low: float, length: float) -> list[str]:
 
 
 def _said(record: Record, length: float) -> list[str]:
-    said = [e for e in record.events if e.kind == "daemon" and e.text.startswith(_MARKED)]
+    sources = ("daemon", "system")
+    said = [e for e in record.events if e.kind in sources and e.text.startswith(_MARKED)]
     script = []
     for number, event in enumerate(said):
         seconds = record.seconds(event.time)
         # Two rows, because neighbours may be close.
         y = _LANES + _SAID * (0.7 if number % 2 else 0.3)
-        side = "-0.5, 0 right" if seconds > length * 0.8 else "0.5, 0 left"
         script.append(f"set arrow from {seconds}, 0 to {seconds}, {y + 0.2} arrowstyle 1")
-        script.append(_label(event.text, seconds, y, f"offset character {side}"))
+        script.append(_label(event.text, seconds, y, _side(seconds, length)))
     return script
+
+
+def _side(seconds: float, length: float) -> str:
+    """Of the moment, on which there is room for a text."""
+    side = "-0.5, 0 right" if seconds > length * 0.8 else "0.5, 0 left"
+    return f"offset character {side}"
 
 
 def _label(text: str, x: float, y: float, how: str) -> str:

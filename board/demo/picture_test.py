@@ -84,3 +84,11 @@ def test_a_coupled_board_is_named(record):
     record.coupled = True
     (title,) = (text for text in texts(picture(record)) if "coupled" in text)
     assert title.endswith("the battery cut (BAT-T2 coupled to PWR-IN)")
+
+
+def test_a_machine_says_its_last_word_when_all_is_unmounted(record):
+    record.is_machine = True
+    record.events.insert(-1, Event(90 * 10**9, "system", "kelvo-pwr: the battery is cut"))
+    found = texts(picture(record))
+    assert "A good battery test, a failed one, AC power lost, power cut, the next boot" in found
+    assert "kelvo-pwr: the battery is cut" in found

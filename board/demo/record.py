@@ -6,7 +6,7 @@ from dataclasses import dataclass
 @dataclass
 class Event:
     time: int  # nanoseconds on the board's monotonic clock
-    # "chapter", "outside", "daemon", "error", "client", "command", or a line's name
+    # "chapter", "outside", "daemon", "error", "client", "command", "system", or a line's name
     kind: str
     text: str  # for a line: its new level
 
@@ -17,6 +17,7 @@ class Record:
     coupled: bool  # BAT-T2 has an effect on PWR-IN
     levels: dict[str, int]  # of each line, before the first event
     events: list[Event]  # in the order of their times
+    is_machine: bool = False  # told by a whole machine, to the cut of its power and after it
 
     def seconds(self, time: int) -> float:
         """Since the daemon was started; 0 for what was before."""

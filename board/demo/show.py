@@ -21,7 +21,9 @@ def main() -> None:
     folder.mkdir(parents=True, exist_ok=True)
     print("\n".join(timeline(record)))
     print()
-    if record.coupled:
+    if record.is_machine:
+        print("The machine's console, journal and lines: console, journal.json, happenings.json")
+    elif record.coupled:
         print("The board is coupled: disconnecting AC power by BAT-T2 shows on PWR-IN.")
     else:
         print("Disconnecting AC power by BAT-T2 does not change PWR-IN here; with --coupled it does.")

@@ -7,12 +7,19 @@ from demo.record import Event, Record
 from guest.lines import LINES, MEANINGS
 
 _PROGRESS = re.compile(r"MS: \d+")
-_WHO = {"daemon": "daemon  ", "error": "daemon! ", "client": "client  ", "command": "command "}
+_WHO = {
+    "daemon": "daemon  ",
+    "error": "daemon! ",
+    "client": "client  ",
+    "command": "command ",
+    "system": "system  ",
+}
 
 
 def timeline(record: Record) -> Iterator[str]:
     yield "Seconds on the board's own clock, which skips every wait, since the daemon started;"
-    yield "the levels of the four lines; what happened. Commands to the system are stand-ins."
+    last = "" if record.is_machine else " Commands to the system are stand-ins."
+    yield f"the levels of the four lines; what happened.{last}"
     yield ""
     yield f"{'seconds':>9}  {'  '.join(LINES)}"
     levels = dict(record.levels)
