@@ -1,3 +1,4 @@
+#include "gate.h"
 #include "monitor.h"
 
 #include <algorithm>
@@ -6,6 +7,7 @@
 #include <ctime>
 #include <exception>
 #include <iostream>
+#include <thread>
 
 namespace {
 
@@ -66,6 +68,16 @@ void letTheLastOneEnd(Monitor& monitor, const sigset_t& signals)
   }
 }
 
+int gate()
+{
+  Observer observer;
+  look(observer);
+  std::this_thread::sleep_for(std::chrono::seconds(shortestPeriod));
+  const Moment moment = momentOf(look(observer));
+  std::cout << moment.text << std::endl;
+  return moment.status;
+}
+
 void run(const MonitorSettings& settings)
 {
   Monitor monitor;
@@ -90,6 +102,9 @@ int main(int argc, char* argv[])
     if (settings.isHelp) {
       printHelp();
       return 0;
+    }
+    if (settings.isGate) {
+      return gate();
     }
     run(settings);
   } catch (const std::exception& error) {

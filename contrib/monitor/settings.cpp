@@ -16,9 +16,6 @@ namespace options = boost::program_options;
 
 namespace {
 
-/// Looking again sooner could find a daemon that lives at the same count.
-constexpr std::int32_t shortestPeriod = 2;
-
 options::options_description commandLine(MonitorSettings& settings, std::string& configuration)
 {
   options::options_description words("Options");
@@ -26,6 +23,8 @@ options::options_description commandLine(MonitorSettings& settings, std::string&
   words.add_options()
     ("help,h", options::bool_switch(&settings.isHelp), "Show this text")
     ("conf,c", options::value(&configuration), "Configuration file, with the options below")
+    ("gate", options::bool_switch(&settings.isGate),
+     "Tell whether now is a bad moment for an update")
     ("once", options::bool_switch(&settings.isOnce), "Look once");
   // clang-format on
   return words;
@@ -99,7 +98,7 @@ MonitorSettings monitorSettings(int argc, const char* const argv[])
                      .run(),
                  values);
   options::notify(values);
-  if (settings.isHelp) {
+  if (settings.isHelp || settings.isGate) {
     return settings;
   }
   if (!configuration.empty()) {

@@ -3,6 +3,9 @@
 #include <cstdint>
 #include <string>
 
+/// Looking again after fewer seconds could find a daemon that lives at the same count.
+constexpr std::int32_t shortestPeriod = 2;
+
 /// What this program is to do. A name that is empty leaves out what it is for.
 struct MonitorSettings {
   std::string prometheus;           ///< The file for the node exporter's textfile collector.
@@ -13,6 +16,7 @@ struct MonitorSettings {
   std::string state;                ///< The file with what is to outlive this program.
   std::string daemonConfiguration;  ///< That of kelvo-pwr.
   std::int32_t period = 5;          ///< Seconds from one look to the next.
+  bool isGate = false;              ///< Only whether now is a bad moment for an update.
   bool isOnce = false;              ///< One look, and the end.
   bool isHelp = false;
 };

@@ -231,6 +231,21 @@ def test_once_without_a_segment(home):
     assert home.metrics.read_text().splitlines()[2:] == ["kelvo_pwr_up 0"]
 
 
+def test_the_gate(heart):
+    assert run_once("--gate") == ("AC power is there\n", "", 0)
+    set_fields("missingPower=1")
+    assert run_once("--gate") == ("AC power is missing\n", "", 1)
+
+
+def test_the_gate_beside_a_daemon_that_is_gone():
+    problem = f"{SEGMENT}: No such file or directory\n"
+    assert run_once("--gate") == (problem, "", 255)
+    with Heart():
+        pass
+    assert run_once("--gate") == ("The daemon is gone or hangs\n", "", 255)
+    SEGMENT.unlink()
+
+
 def test_bad_words():
     told = "kelvo-pwr-monitor: the period is too short\n"
     assert run_once("--nut=file", "--period=1") == ("", told, 2)

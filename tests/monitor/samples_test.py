@@ -1,4 +1,4 @@
-"""The samples of executables for events, with a stand-in for msmtp."""
+"""The samples: executables for events, with a stand-in for msmtp, and for updates."""
 
 import os
 import subprocess
@@ -6,7 +6,8 @@ from pathlib import Path
 
 import pytest
 
-SAMPLES = Path(__file__).parents[2] / "contrib/monitor/events.d"
+CONTRIB = Path(__file__).parents[2] / "contrib"
+SAMPLES = CONTRIB / "monitor/events.d"
 BOARD = os.uname().nodename
 AT = "2024-06-03 12:00:00"
 
@@ -58,3 +59,24 @@ def test_no_mail_where_nothing_is_wrong(call, event):
 def test_a_mail_for_all_else(call, event):
     _, mail = call("50-mail", event)
     assert mail.startswith("--file=/own/msmtprc owner@example.com\nTo: ")
+
+
+@pytest.mark.parametrize(
+    "script, statuses",
+    [
+        ("on_ac_power", [0, 1, 255]),
+        ("rauc-pre-install", [0, 1, 0]),
+        ("Download_Enter_00_kelvo-pwr", [0, 21, 0]),
+    ],
+)
+def test_what_an_updater_is_told(tmp_path, script, statuses):
+    """Of a good moment, a bad one, and one that is not known."""
+    monitor = tmp_path / "kelvo-pwr-monitor"
+    monitor.write_text('#!/bin/sh\n[ "$*" = --gate ] && echo said && exit $MOMENT\n')
+    monitor.chmod(0o755)
+
+    def status(moment):
+        environment = {"PATH": f"{tmp_path}:{os.environ['PATH']}", "MOMENT": str(moment)}
+        return subprocess.run([CONTRIB / "updates" / script], env=environment).returncode
+
+    assert [status(moment) for moment in (0, 1, 255)] == statuses

@@ -46,12 +46,18 @@ def mounts():
 
 
 @pytest.fixture(scope="session")
-def base(mounts, deb):
-    """A minimal system with what the package depends on."""
+def libraries(deb):
+    """The names of what the package depends on."""
     depends = subprocess.run(
         ["dpkg-deb", "--field", deb, "Depends"], capture_output=True, text=True, check=True
     ).stdout
-    return base_system("package-root", [re.match(r"[^ |]+", one)[0] for one in depends.split(", ")])
+    return [re.match(r"[^ |]+", one)[0] for one in depends.split(", ")]
+
+
+@pytest.fixture(scope="session")
+def base(mounts, libraries):
+    """A minimal system with what the package depends on."""
+    return base_system("package-root", libraries)
 
 
 @pytest.fixture
