@@ -17,7 +17,7 @@ import pytest
 
 from host.cache import kept
 from host.problems import Unavailable
-from machine.emulator import Product
+from machine.emulator import Product, command_of
 from machine.files import names_in, put, text_of
 from machine.life import Life
 from machine.run import add_own, copy_disk, installed, journal, product_of
@@ -27,6 +27,7 @@ __all__ = ["CUT", "START_AGAIN", "Lived"]
 
 HERE = Path(__file__).parent
 PROJECT = HERE.parents[1]
+BOARD = PROJECT / "board"
 STORIES = HERE / "stories"
 CONFIGURATION = "/etc/kelvo/kelvo-pwr.conf"
 STATE = "/var/lib/kelvo-pwr"
@@ -68,7 +69,7 @@ class Lived:
             product,
             folder,
             self.disk,
-            ["python3", "-PB", f"/board/{story}.py", *map(str, words)],
+            ["python3", "-uPB", f"/board/{story}.py", *map(str, words)],
             coupled=coupled,
             chance=None if seed is None else random.Random(seed),
             output=self._print,
@@ -157,8 +158,12 @@ def booted(product: Product, disk: Path, own: list[Path]) -> Path:
         life.save(saved, LONGEST_SECONDS)
         return saved
 
-    made_of = [*sorted((PROJECT / "board").rglob("*.py")), *own]
-    parts = [disk.name.encode(), SETTINGS.encode(), *(path.read_bytes() for path in made_of)]
+    # What is on the machine, and what has saved it.
+    library = [*(BOARD / "guest").rglob("*"), *(BOARD / "machine").rglob("*")]
+    files = sorted(path for path in library if path.is_file() and path.suffix != ".pyc")
+    version = subprocess.check_output([command_of(product.architecture)[0], "--version"])
+    contents = [path.read_bytes() for path in [*files, *own]]
+    parts = [disk.name.encode(), version, SETTINGS.encode(), *contents]
     return kept(f"guarded-machine-{hashlib.sha256(b''.join(parts)).hexdigest()[:16]}", make)
 
 
