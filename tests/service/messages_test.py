@@ -22,7 +22,7 @@ def messages():
     """What is said by words of the source itself, with * for what it puts in."""
     for path in (PROJECT / "service").rglob("*"):
         text = path.read_text() if path.is_file() else ""
-        pattern = r'logToKernel\("([^"]*)"\)' if path.suffix == ".cpp" else r'(?:say|echo) "(?:<4>)?([^"]*)"'
+        pattern = r'logToKernel\("([^"]*)"\)' if path.suffix == ".cpp" else r'(?:say|echo|refuse) "(?:<4>)?([^"]*)"'
         for message in re.findall(pattern, text):
             message = re.sub(r"\$\{?\w+\}?", "*", message)
             if " " in message.strip("* "):
@@ -30,7 +30,7 @@ def messages():
 
 
 def test_there_are_messages():
-    assert len(set(messages())) == 17
+    assert len(set(messages())) == 18
 
 
 @pytest.mark.parametrize("message", sorted({*messages(), *COMPOSED}))

@@ -12,6 +12,8 @@ from rig import LOCK, PROGRAM, SECOND, SEGMENT, STATE, UNIT, shown, systemctl
 from guest.clock import now, sleep_until, wait_until
 from guest.process import Program, run
 
+UPDATE_LOCK = Path("/run/kelvo-pwr-update.lock")
+DPKG_LOCK = "/var/lib/dpkg/lock-frontend"
 MONITOR = "/usr/sbin/kelvo-pwr-monitor"
 LIBRARY_ERROR = "Cant read timestamp conf\nboost::interprocess_exception::library_error\n"
 
@@ -39,7 +41,8 @@ def owner_and_mode(path):
 
 
 def test_before_the_first_daemon_every_name_is_root_s(fresh):
-    assert [owner_and_mode(path) for path in (LOCK, SEGMENT, STATE)] == [
+    assert [owner_and_mode(path) for path in (LOCK, UPDATE_LOCK, SEGMENT, STATE)] == [
+        (0, "0o600"),
         (0, "0o600"),
         (0, "0o644"),
         (0, "0o755"),
@@ -147,3 +150,28 @@ def test_a_request_reaches_the_daemon_out_of_its_sandbox(service):
     assert systemctl("start", "kelvo-pwr-test.service").status == 0
     wait_until(lambda: service.status()["testing"] == 1, within=2)
     assert shown("kelvo-pwr-test.service", "CapabilityBoundingSet") == ""
+
+
+# As apt holds it.
+DPKG_HOLDS = f"import fcntl,time; f=open({DPKG_LOCK!r},'w'); fcntl.lockf(f,2); time.sleep(60)"
+
+
+@pytest.mark.parametrize(
+    "path, update",
+    [
+        (UPDATE_LOCK, ["flock", str(UPDATE_LOCK), "sleep", "60"]),
+        (DPKG_LOCK, ["/usr/bin/python3", "-c", DPKG_HOLDS]),
+    ],
+)
+def test_a_request_is_put_off_while_an_update_runs(service, path, update):
+    service.configure("test.external-scheduling=true", "test.init.disable=0")
+    service.start()
+    journal = service.follow("kelvo-pwr-test.service")
+    inode = f":{os.stat(path).st_ino} "
+    with Program(update):
+        wait_until(lambda: inode in Path("/proc/locks").read_text(), within=10)
+        assert systemctl("start", "kelvo-pwr-test.service").status == 0
+        journal.wait_for_line(f"No battery test is asked for: an update holds {path}", within=2)
+        sleep_until(now() + 3 * SECOND)
+        status = service.status()
+        assert (status["testing"], status["runTest"]) == (0, 0)
