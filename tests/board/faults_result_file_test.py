@@ -126,7 +126,9 @@ def volume(rig):
 
 
 def make_read_only(folder):
-    subprocess.run(["mount", "-o", "remount,ro", str(folder)], check=True)
+    # With the source, or `mount` repeats all options: the owner's number, too, which in a namespace
+    # of users is refused.
+    subprocess.run(["mount", "-o", "remount,ro", "tmpfs", str(folder)], check=True)
 
 
 def test_a_full_file_system_leaves_a_new_file_empty(rig, volume):
