@@ -8,7 +8,7 @@ from pathlib import Path
 from tempfile import TemporaryDirectory
 from typing import Iterable
 
-from host.debootstrap import debian_root, run_to_fetch, this_release
+from host.mmdebstrap import debian_root, run_to_fetch, this_release
 from host.problems import Unavailable, status_of
 
 _PACKAGES = (
@@ -32,6 +32,8 @@ _FOR_LATER = (
     "curl",
     "dbus-user-session",
     "libpam-systemd",
+    "mosquitto",
+    "mosquitto-clients",
     "nut-server",
     "polkitd",
     "prometheus-node-exporter",

@@ -10,7 +10,7 @@ from pathlib import Path
 from typing import NamedTuple
 
 from debian_root import in_root
-from host.debootstrap import debian_root
+from host.mmdebstrap import debian_root
 from host.problems import status_of
 from pages import blocks
 

@@ -12,7 +12,7 @@ from typing import Sequence
 
 import pytest
 
-from host.debootstrap import debian_root, environment, this_release
+from host.mmdebstrap import debian_root, environment, this_release
 from host.problems import Unavailable
 
 _CLONE_NEWNS = 0x20000

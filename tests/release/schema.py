@@ -7,7 +7,7 @@ from pathlib import Path
 import jsonschema
 
 from host.cache import kept
-from host.debootstrap import mirror, run_to_fetch
+from host.mmdebstrap import mirror, run_to_fetch
 from host.problems import Unavailable
 
 RELEASE = "trixie"  # Debian 12 has none

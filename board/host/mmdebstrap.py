@@ -1,6 +1,6 @@
-"""Root file systems of Debian, made by debootstrap and kept.
+"""Root file systems of Debian, made by mmdebstrap and kept.
 
-By itself it prints the folder of one: python3 -m host.debootstrap NAME RELEASE PACKAGE...
+By itself it prints the folder of one: python3 -m host.mmdebstrap NAME RELEASE PACKAGE...
 """
 
 import hashlib
@@ -16,6 +16,8 @@ from typing import Callable, Iterable, Union
 from host.cache import kept, say
 from host.problems import BoardFailure, Unavailable, status_of
 
+# What later runs of apt look into, and an identity: without one systemd sets up a new machine.
+_KEPT = ("cleanup/apt/lists", "cleanup/reproducible")
 _TARGET = "$(REPO_URI) $(COMPONENT) $(CODENAME) $(RELEASE) $(LABEL)"
 
 
@@ -37,36 +39,43 @@ def debian_root(
     """
     if os.geteuid() != 0:
         raise Unavailable("a root file system of Debian can be made and read only by root")
-    include = ",".join(sorted(packages))
+    packages = sorted(packages)
 
     def make(work: Path) -> Path:
         root = work / "root"
-        _bootstrap(root, release, include)
+        bootstrap(root, release, packages, f"--skip={','.join(_KEPT)}")
         finish(root)
         return root
 
     # All that it is made of, this recipe included.
-    ingredients = repr((release, include, recipe)).encode() + Path(__file__).read_bytes()
+    ingredients = repr((release, packages, recipe)).encode() + Path(__file__).read_bytes()
     return kept(f"{name}-{hashlib.sha256(ingredients).hexdigest()[:16]}", make)
 
 
-def _bootstrap(root: Path, release: str, include: str) -> None:
-    if shutil.which("debootstrap") is None:
-        raise Unavailable("the package debootstrap is not installed")
+def bootstrap(
+    root: Path, release: str, packages: Iterable[str], *options: str, before: str = ""
+) -> None:
+    """Makes a minimal Debian with these packages, by mmdebstrap with these options.
+
+    The shell runs `before` first; what it mounts stays until all is made.
+    """
+    if shutil.which("mmdebstrap") is None:
+        raise Unavailable("the package mmdebstrap is not installed")
     # In a name space of its own, what it mounts is gone with it, however it ends.
-    command = ["unshare", "--mount", "debootstrap", "--variant=minbase", "--force-check-gpg"]
+    command = ["unshare", "--mount", "sh", "-ec", f'{before}\nexec "$@"', "sh"]
+    command += ["mmdebstrap", "--mode=root", "--variant=minbase"]
+    # A copy of the archive that has stood still for weeks serves, too.
+    command += ["--dpkgopt=force-unsafe-io", '--aptopt=Acquire::Check-Valid-Until "false"']
+    command += [f"--include={','.join(packages)}", *options]
     say(f"fetching and installing the packages of Debian's {release}")
-    more = [f"--include={include}"] if include else []
-    made = run_to_fetch(*command, *more, release, root, mirror())
+    made = run_to_fetch(*command, release, root, mirror())
     if made.returncode != 0:
         last_lines = "\n".join(made.stdout.splitlines()[-20:])
-        if "E: Failed getting release file" in made.stdout:
+        if "E: apt-get update" in made.stdout or "Failed to fetch" in made.stdout:
             raise Unavailable(f"Debian's packages cannot be fetched:\n{last_lines}")
         if made.stdout.startswith("unshare: "):
             raise Unavailable(f"a root cannot be made here: {last_lines}")
-        raise BoardFailure(f"debootstrap failed:\n{last_lines}")
-    for archive in (root / "var/cache/apt/archives").glob("*.deb"):
-        archive.unlink()
+        raise BoardFailure(f"mmdebstrap failed:\n{last_lines}")
 
 
 def run_to_fetch(*command: Union[str, Path]) -> subprocess.CompletedProcess:
@@ -108,17 +117,7 @@ def _asked(*question: str) -> str:
 
 def _print_folder() -> int:
     name, release, *packages = sys.argv[1:]
-
-    # debootstrap does not know what is provided under another name; apt does.
-    def install(root: Path) -> None:
-        command = ["apt-get", "install", "--yes", "--no-install-recommends"]
-        options = ["-oAPT::Keep-Downloaded-Packages=false", "-oDpkg::Options::=--force-unsafe-io"]
-        done = run_to_fetch("chroot", root, *command, *options, *packages)
-        if done.returncode != 0:
-            last_lines = "\n".join(done.stdout.splitlines()[-20:])
-            raise BoardFailure(f"packages of {release} cannot be installed:\n{last_lines}")
-
-    print(debian_root(name, release, [], finish=install, recipe=" ".join(sorted(packages))))
+    print(debian_root(name, release, packages))
     return 0
 
 
