@@ -14,12 +14,22 @@ _SECTOR = 512
 # As the kernel's dm-log-writes has them.
 _ENTRY = struct.Struct("<QQQQ")
 _FLUSH, _FLUSH_BEFORE_AND_AFTER, _DISCARD = 1, 2, 4
+# Writes and flushes: more than the file of times takes, from its truncation to its last flush.
+_MOST_UNDONE = 12
 
 
 class _Write(NamedTuple):
     place: int  # in bytes, on the disk
     begin: int  # of the data, in the log
     length: int
+
+
+class Lost(NamedTuple):
+    """What a power cut has taken."""
+
+    undone: int  # writes and flushes that the disk had not come to
+    unflushed: int  # writes before these that had not been flushed
+    stayed: int  # of them
 
 
 class Disk:
@@ -51,14 +61,17 @@ class Disk:
                 if write is not None:
                     _copy(log, image, write)
 
-    def keep_flushed(self, chance: Optional[random.Random] = None) -> tuple[int, int]:
-        """Power was cut; of what was never flushed, nothing stays, or what chance decides.
+    def keep_flushed(self, chance: Optional[random.Random] = None) -> Lost:
+        """Power was cut; of what was never flushed, nothing stays.
 
-        Returns how many writes had not been flushed and how many of them stayed all the same.
+        Chance, if there is one, decides what of it stays, and how far the disk had come before: the
+        emulated one takes no time, so no moment lies between a write and the flush behind it.
         """
         pending: list[_Write] = []
         with self._log.open("rb") as log, self.image.open("r+b") as image:
-            for write in _writes(log):
+            writes = list(_writes(log))
+            undone = chance.randint(0, min(_MOST_UNDONE, len(writes))) if chance else 0
+            for write in writes[: len(writes) - undone]:
                 if write is not None:
                     pending.append(write)
                     continue
@@ -70,7 +83,7 @@ class Disk:
                 chance.shuffle(stayed)
             for write in stayed:
                 _copy(log, image, write)
-        return len(pending), len(stayed)
+        return Lost(undone, len(pending), len(stayed))
 
 
 def _writes(log) -> Iterator[Optional[_Write]]:

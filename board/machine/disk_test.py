@@ -57,7 +57,7 @@ def log(tmp_path):
 
 def test_power_cut_leaves_what_was_flushed(log):
     log.save()
-    assert log.disk.keep_flushed() == (1, 0)
+    assert log.disk.keep_flushed() == (0, 1, 0)
     assert log.content() == "ac------"
 
 
@@ -79,7 +79,7 @@ def test_a_write_past_the_cache_brings_all_before_it(log):
     log.write(7, "h", FUA)
     log.write(0, "x")
     log.save()
-    assert log.disk.keep_flushed() == (1, 0)
+    assert log.disk.keep_flushed() == (0, 1, 0)
     assert log.content() == "ac--de-h"
 
 
@@ -87,13 +87,29 @@ def test_chance_decides_about_what_was_not_flushed(log):
     for sector in (2, 3, 6, 7):
         log.write(sector, "x")
     log.save()
-    image = log.disk.image.read_bytes()
     seen = set()
-    for seed in range(40):
-        log.disk.image.write_bytes(image)
-        lost, stayed = log.disk.keep_flushed(random.Random(seed))
-        content = log.content()
-        assert (lost, content[:2]) == (5, "ac")
-        assert content.count("x") + (content[4:6] == "de") == stayed
+    for lost, content in cuts(log):
+        if lost.undone <= 5:
+            assert (lost.unflushed, content[:2]) == (5 - lost.undone, "ac")
+            assert content.count("x") + (content[4:6] == "de") == lost.stayed
         seen.add(content)
     assert len(seen) > 10
+
+
+def test_chance_decides_how_far_the_disk_had_come(log):
+    log.save()
+    seen = {(lost.undone, lost.unflushed, content) for lost, content in cuts(log)}
+    # One write behind the flush, two before it; each of them stays or does not.
+    flushed = {(0, 1, "ac------"), (0, 1, "ac--de--"), (1, 0, "ac------")}
+    first = {(3, 1, "--------"), (3, 1, "ab------"), (4, 0, "--------")}
+    assert seen - flushed - first == {(2, 2, c + d + "------") for c, d in ("--", "-c", "ab", "ac")}
+    assert flushed | first < seen
+
+
+def cuts(log):
+    """Of the same machine, by chance."""
+    image = log.disk.image.read_bytes()
+    for seed in range(200):
+        log.disk.image.write_bytes(image)
+        lost = log.disk.keep_flushed(random.Random(seed))
+        yield lost, log.content()

@@ -11,7 +11,7 @@ from typing import Callable, NamedTuple, Optional, Sequence
 from guest.names import LINES, PWR_IN
 from host.problems import BoardFailure
 from machine.channels import OFFSETS
-from machine.disk import Disk
+from machine.disk import Disk, Lost
 from machine.emulator import Emulator, Product
 from machine.supply import Supply
 
@@ -47,14 +47,18 @@ class Life:
         chance: Optional[random.Random] = None,
         output: Callable[[int, bytes], None] = lambda number, data: None,
         saved: Optional[Path] = None,
+        look: Callable[[Path], None] = lambda image: None,
     ):
-        """With a folder that `save` has filled the first boot is over; the disk is a copy of its."""
+        """With a folder that `save` has filled the first boot is over; the disk is a copy of its.
+
+        `look` is called with the image that each cut leaves, which it must not change.
+        """
         self._product, self._folder, self._disk = product, folder, disk
         self._task: dict = {"command": list(command), "environment": environment or {}}
-        self._realtime, self._chance, self._output = realtime, chance, output
+        self._realtime, self._chance, self._output, self._look = realtime, chance, output, look
         self.supply = Supply(coupled=coupled)
         self.happenings: list[Happening] = []
-        self.lost: list[tuple[int, int]] = []  # of each cut: writes not flushed, those that stayed
+        self.lost: list[Lost] = []  # of each cut
         # In nanoseconds of the machine's time: of words for which it stood, and for which it ran.
         self.longest_words = [0, 0]
         self.lateness: list[int] = []  # nanoseconds of each planned stimulus
@@ -143,6 +147,7 @@ class Life:
         how = emulator.how or self._how or _CUT
         if how == _CUT:
             self.lost.append(self._disk.keep_flushed(self._chance))
+            self._look(self._disk.image)
         else:
             self._disk.keep_all()
         self._note("end", how)

@@ -7,10 +7,10 @@ import subprocess
 from pathlib import Path
 from typing import NamedTuple
 
-from host.cache import kept, say
+from host.cache import kept
 from host.debian import LIBRARIES, RELEASES
-from host.debootstrap import mirror, run_to_fetch
-from host.problems import BoardFailure, Unavailable
+from host.mmdebstrap import bootstrap
+from host.problems import Unavailable
 
 
 class Processor(NamedTuple):
@@ -41,15 +41,15 @@ _LEFT_OUT = (
     "/usr/share/locale/*",
     "/usr/share/man/*",
 )
+_UPDATE = "/usr/sbin/update-initramfs"
 _DISK_MEGABYTES = 1024
 
-# With a name space of its own for what is mounted. The emulator is registered as Debian's package
-# does when a host with systemd boots.
-_MAKE = """
+# The emulator is registered as Debian's package does when a host with systemd boots; for as long as
+# this is mounted.
+_REGISTER = """
 [ -e /proc/sys/fs/binfmt_misc/status ] || mount -t binfmt_misc none /proc/sys/fs/binfmt_misc
 [ -e /proc/sys/fs/binfmt_misc/{binfmt} ] ||
   cat /usr/lib/binfmt.d/{binfmt}.conf >/proc/sys/fs/binfmt_misc/register
-exec mmdebstrap "$@"
 """
 
 
@@ -78,39 +78,36 @@ def machine_root(architecture: str, release: str) -> Root:
 
 
 def _bootstrap(root: Path, architecture: str, release: str, packages: tuple[str, ...]) -> None:
-    for tool in ("mmdebstrap", "arch-test", "mke2fs"):
+    for tool in ("arch-test", "mke2fs"):
         if shutil.which(tool) is None:
             raise Unavailable(f"{tool} is not installed")
     binfmt = PROCESSORS[architecture].binfmt
     if not Path(f"/usr/lib/binfmt.d/{binfmt}.conf").exists():
         raise Unavailable("the package qemu-user-static is not installed")
-    say(f"fetching and installing the packages of Debian's {release} for {architecture}")
     modules = "\\n".join(_MODULES)
     configure = (
         'mkdir -p "$1/etc/initramfs-tools/conf.d"',
-        'echo MODULES=list >"$1/etc/initramfs-tools/conf.d/machine"',
+        'printf "MODULES=list\\nCOMPRESSLEVEL=1\\n" >"$1/etc/initramfs-tools/conf.d/machine"',
         f'printf "{modules}\\n" >"$1/etc/initramfs-tools/modules"',
+        # Done once, at the end, instead of for each package that has a part in it.
+        f'chroot "$1" dpkg-divert --quiet --local --rename --add {_UPDATE}',
+        f'ln -s /bin/true "$1{_UPDATE}"',
     )
     finish = (
+        f'rm "$1{_UPDATE}"',
+        f'chroot "$1" dpkg-divert --quiet --local --rename --remove {_UPDATE}',
+        f'chroot "$1" {_UPDATE} -c -k all',
         'echo machine >"$1/etc/hostname"',
         'printf "127.0.0.1 localhost\\n127.0.1.1 machine\\n" >"$1/etc/hosts"',
         'echo "/dev/vda / ext4 defaults 0 1" >"$1/etc/fstab"',
         # Other than what the volatile journal of a minimal system would be.
         'mkdir -p "$1/var/log/journal"',
-        'rm -rf "$1"/var/cache/apt/archives/*.deb "$1"/var/lib/apt/lists/*',
     )
-    options = ["--mode=root", "--variant=minbase", f"--architectures={architecture}"]
-    options += [f"--include={','.join(packages)}", f"--essential-hook={' && '.join(configure)}"]
+    options = [f"--architectures={architecture}"]
+    options += [f"--essential-hook={' && '.join(configure)}"]
     options += [f"--customize-hook={' && '.join(finish)}"]
     options += [f"--dpkgopt=path-exclude={pattern}" for pattern in _LEFT_OUT]
-    options += ["--dpkgopt=force-unsafe-io"]
-    command = ["unshare", "--mount", "sh", "-ec", _MAKE.format(binfmt=binfmt), "sh"]
-    made = run_to_fetch(*command, *options, release, root, mirror())
-    if made.returncode != 0:
-        last_lines = "\n".join(made.stdout.splitlines()[-20:])
-        if "E: apt-get update" in made.stdout or "Failed to fetch" in made.stdout:
-            raise Unavailable(f"Debian's packages cannot be fetched:\n{last_lines}")
-        raise BoardFailure(f"mmdebstrap failed:\n{last_lines}")
+    bootstrap(root, release, packages, *options, before=_REGISTER.format(binfmt=binfmt))
 
 
 def _taken_apart(work: Path) -> Path:

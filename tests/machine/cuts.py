@@ -5,6 +5,7 @@ import re
 from pathlib import Path
 from typing import NamedTuple
 
+from machine.disk import Lost
 from rig import RESULT_FILE, Lived
 
 # Each with the story that leads there, and the seconds between which the cut comes.
@@ -18,8 +19,7 @@ _WHOLE = re.compile(r"result\.start=\d+\nresult\.end=\d+\n")
 class Cut(NamedTuple):
     road: str
     moment: float  # seconds
-    unflushed: int  # writes
-    stayed: int  # of these
+    lost: Lost
     file: str  # of the times, when the machine had booted again
     said: list[str]  # by the daemon of that boot
 
@@ -40,5 +40,5 @@ def cut_at_random(seed: int, folder: Path) -> Cut:
     else:
         assert text == "", text
         file = "set aside" if "kelvo-pwr.dat.spoilt" in files else "empty" if files else "none"
-    ((unflushed, stayed),) = lived.life.lost
-    return Cut(road, moment, unflushed, stayed, file, said)
+    (lost,) = lived.life.lost
+    return Cut(road, moment, lost, file, said)

@@ -49,7 +49,7 @@ def test_an_outage_to_the_cut_and_the_boot_after_it(tmp_path):
     (_, connected), (_, cut) = lived.levels("BAT-SW")
     assert (connected, cut) == (1, 0)
     # Nothing was left to be flushed when the battery was cut.
-    assert lived.life.lost == [(0, 0)]
+    assert lived.life.lost == [(0, 0, 0)]
     lived.assert_file_system_whole()
 
     assert lived.of_the_daemon(2)[-1] == "Full server"

@@ -54,7 +54,8 @@ class Lived:
     """A life, over when it is made; in each boot `story` is run.
 
     The first boot is not played anew each time: it is that of `guarded`, which goes on here. With a
-    seed chance decides at a power cut about what was not flushed, which is lost without one.
+    seed chance decides at a power cut how far the disk had come and about what was not flushed, which
+    is lost without one.
     """
 
     def __init__(self, folder, story, *words, coupled=False, seed=None, most_boots=None):
@@ -74,6 +75,7 @@ class Lived:
             chance=None if seed is None else random.Random(seed),
             output=self._print,
             saved=saved,
+            look=self._assert_left_whole,
         )
         self.status = self.life.live(LONGEST_SECONDS, most_boots)
         self.console = (folder / "console").read_text(errors="replace").splitlines()
@@ -128,12 +130,21 @@ class Lived:
     def state_files(self) -> list[str]:
         return names_in(self.disk.image, STATE)
 
+    def _assert_left_whole(self, image: Path) -> None:
+        """By a power cut: its journal replayed, there is nothing to mend before the next boot."""
+        with tempfile.TemporaryDirectory(dir=self._folder) as folder:
+            _assert_file_system_whole(copy_disk(image, Path(folder)).image)
+
     def assert_file_system_whole(self) -> None:
-        """Its journal replayed, there is nothing to mend."""
-        replay = ["e2fsck", "-p", "-E", "journal_only", self.disk.image]
-        subprocess.run(replay, check=True, stdout=subprocess.DEVNULL)
-        looked = subprocess.run(["e2fsck", "-fn", self.disk.image], capture_output=True, text=True)
-        assert looked.returncode == 0, looked.stdout
+        _assert_file_system_whole(self.disk.image)
+
+
+def _assert_file_system_whole(image: Path) -> None:
+    """Replays its journal."""
+    replay = ["e2fsck", "-p", "-E", "journal_only", image]
+    subprocess.run(replay, check=True, stdout=subprocess.DEVNULL)
+    looked = subprocess.run(["e2fsck", "-fn", image], capture_output=True, text=True)
+    assert looked.returncode == 0, looked.stdout
 
 
 def guarded(product: Product, disk: Path) -> Path:

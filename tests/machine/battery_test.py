@@ -11,7 +11,7 @@ SECONDS = 20
 
 @pytest.fixture(scope="module")
 def lived(tmp_path_factory):
-    return Lived(tmp_path_factory.mktemp("life"), "road")
+    return Lived(tmp_path_factory.mktemp("life"), "battery")
 
 
 def test_the_service_says_what_it_says_on_the_other_board(lived):
