@@ -1,7 +1,7 @@
 """A part of the measurements in a process of its own: on the board, or on this machine's kernel.
 
 part.py MODULE.FUNCTION ARGUMENTS: prints what the function returns for an empty folder and these
-arguments, both as JSON. It may yield rounds, one after the other.
+arguments, both as JSON. With `rounds` among them these are the values of so many calls.
 """
 
 import json
@@ -10,27 +10,28 @@ import signal
 import subprocess
 import sys
 import tempfile
+from functools import partial
 from importlib import import_module
-from inspect import isgenerator
 from pathlib import Path
-from typing import Any, Sequence
+from typing import Any, Callable, Sequence
 
-_ROOT = Path(__file__).resolve().parent.parent
-sys.path.append(str(_ROOT / "board"))
+from places import ROOT, WITH_OWN_SHM
 
-from host.problems import Unavailable  # noqa: E402
+from host.problems import Unavailable
 
 _SKIP = 77
+# In seconds; a last resort, for what is waited for has bounds of its own.
+_BOARD = [ROOT / "board/board", "run", "--timeout=86400"]
 
 
-def on_board(part: str, longest_seconds: float, realtime: bool = True, **arguments) -> Any:
-    words = ["--timeout", str(longest_seconds), *(["--realtime"] if realtime else [])]
-    return _result([_ROOT / "board/board", "run", *words, "--"], f"on_board.{part}", arguments)
+def on_board(part: str, realtime: bool = True, **arguments) -> Any:
+    words = ["--realtime"] if realtime else []
+    return _result([*_BOARD, *words, "--"], f"on_board.{part}", arguments)
 
 
 def on_host(part: str, **arguments) -> Any:
     """Apart from this machine's own daemon."""
-    return _result([_ROOT / "tests/host/with_own_shm"], f"on_host.{part}", arguments)
+    return _result([WITH_OWN_SHM], f"on_host.{part}", arguments)
 
 
 def unwind_at_end() -> None:
@@ -53,16 +54,26 @@ def _result(place: Sequence, part: str, arguments: dict) -> Any:
     return json.loads(output)
 
 
+def _in_rounds(measure: Callable, rounds: int, arguments: dict) -> dict:
+    """For each figure, for each program, the value of each round."""
+    # Once for nothing, in brief, so that every round finds the same files in the kernel's memory.
+    measure(**{name: 1 if name in ("starts", "window") else arguments[name] for name in arguments})
+    found: dict = {}
+    for number in range(rounds):
+        for figure, values in measure(**arguments).items():
+            for program, value in values.items():
+                found.setdefault(figure, {}).setdefault(program, []).append(value)
+        print(f"{sys.argv[1]}: {number + 1}", file=sys.stderr, flush=True)
+    return found
+
+
 if __name__ == "__main__":
     unwind_at_end()
     module, _, function = sys.argv[1].rpartition(".")
+    arguments = json.loads(sys.argv[2])
+    rounds = arguments.pop("rounds", None)
     # On the board other temporary folders are below /run, which a daemon may have of its own.
     with tempfile.TemporaryDirectory(dir=os.environ.get("BOARD_OUTPUT")) as folder:
-        measure = getattr(import_module(module), function)
-        result = measure(Path(folder), **json.loads(sys.argv[2]))
-        if isgenerator(result):
-            rounds, result = result, []
-            for one in rounds:
-                result.append(one)
-                print(f"{sys.argv[1]}: {len(result)}", file=sys.stderr, flush=True)
-        print(json.dumps(result))
+        measure = partial(getattr(import_module(module), function), Path(folder))
+        found = _in_rounds(measure, rounds, arguments) if rounds else measure(**arguments)
+        print(json.dumps(found))

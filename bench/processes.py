@@ -1,34 +1,28 @@
-"""What processes take: time from start to end, CPU time, memory."""
+"""What processes take that run: CPU time, wake-ups, memory."""
 
-import os
 import time
-from contextlib import suppress
+from contextlib import contextmanager, suppress
 from pathlib import Path
-from typing import Sequence
+from typing import Iterator, Mapping
 
 import psutil
 
-_QUIET = [(os.POSIX_SPAWN_OPEN, number, os.devnull, os.O_RDWR, 0) for number in range(3)]
+
+@contextmanager
+def taken_per_minute(processes: Mapping[str, int]) -> Iterator[dict[str, list[float]]]:
+    """Milliseconds of CPU time, and sleeps, each of which has a wake-up; at the end."""
+    before, begin = {name: _taken(process) for name, process in processes.items()}, time.monotonic()
+    found: dict[str, list[float]] = {}
+    yield found
+    minutes = (time.monotonic() - begin) / 60
+    for name, process in processes.items():
+        found[name] = [(now - then) / minutes for now, then in zip(_taken(process), before[name])]
 
 
-def spawn(argv: Sequence[str]) -> int:
-    """Starts what is timed, with less before it than any other way has."""
-    return os.posix_spawnp(argv[0], argv, os.environ, file_actions=_QUIET)
-
-
-def life_milliseconds(argv: Sequence[str]) -> float:
-    """From the start to the end, which must be a good one."""
-    begin = time.monotonic_ns()
-    _, status = os.waitpid(spawn(argv), 0)
-    milliseconds = (time.monotonic_ns() - begin) / 1e6
-    if status != 0:
-        raise RuntimeError(f"{' '.join(argv)} ended with {status}")
-    return milliseconds
-
-
-def cpu_milliseconds(process: int) -> float:
-    """To the nanosecond, where the kernel keeps it."""
-    return int(Path(f"/proc/{process}/schedstat").read_text().split()[0]) / 1e6
+def _taken(process: int) -> tuple[float, int]:
+    # To the nanosecond, where the kernel keeps it.
+    nanoseconds = int(Path(f"/proc/{process}/schedstat").read_text().split()[0])
+    return nanoseconds / 1e6, psutil.Process(process).num_ctx_switches().voluntary
 
 
 def resident_kilobytes(process: int) -> int:

@@ -2,28 +2,23 @@
 
 import itertools
 import re
-import tempfile
 import time
 from contextlib import ExitStack
 from pathlib import Path
-from typing import Iterator
+from typing import Sequence
 
 from guest.lines import PWR_IN, remove_chips
+from guest.own_lines import OwnLines
 from guest.process import Program
 from guest.tracing import Recording
-from on_board.lines import OwnLines
-from on_board.switches import EVENTS, accounts
-from on_board.system_calls import per_second
+from on_board.accounts import EVENTS, accounts, calls_per_second
+from places import ROOT, WITH_OWN_SHM
 from processes import family, resident_kilobytes
 from programs.daemon import FULL, daemon
 from programs.names import BARE, BARE_CLOCK, BARE_STATIC, DEFAULT, MINIMAL, NUT, OVERDUE, PYTHON
-from programs.names import SHELL, SMALL
+from programs.names import SHELL, SMALL, Round
 from programs.nut import Nut
 
-_PROGRAMS = Path(__file__).resolve().parent.parent / "programs"
-# With records and lock of its own; nothing of what follows may be below /run.
-_APART = 'mount -t tmpfs tmpfs /dev/shm && mount -t tmpfs tmpfs /run && exec "$@"'
-_DAEMONS = (DEFAULT, OVERDUE, MINIMAL, SMALL)
 _IN_ITS_LOOP = re.compile("(Full|Minimal) server")
 _LONGEST_START_SECONDS = 30
 # Until what a start leaves to do is done. In simulated time what is looked at each tenth of a
@@ -31,21 +26,21 @@ _LONGEST_START_SECONDS = 30
 _SETTLE_SECONDS = 5.05
 
 
-def rounds(
-    folder: Path, paths: dict, programs: list[str], rounds: int, window: float
-) -> Iterator[dict]:
-    # Once for nothing, so that every round finds the same files in the kernel's memory.
-    _round(folder, paths, programs, 1)
-    for _ in range(rounds):
-        yield _round(folder, paths, programs, window)
-
-
-def _round(folder: Path, paths: dict, programs: list[str], window: float) -> dict:
-    """A window for the accounts and one for the system calls."""
+def all_at_once(folder: Path, paths: dict, window: float, programs: Sequence[str] = ()) -> Round:
+    """All programs, or some; a window for the accounts and one for the system calls."""
     with ExitStack() as open_now:
-        roots = _started(open_now, folder, paths, programs)
+        started = {}
+        for name, argv in _command_lines(folder, paths).items():
+            if name in programs or not programs:
+                program = open_now.enter_context(Program(argv))
+                started[name] = [program.pid]
+                if name in (DEFAULT, OVERDUE, MINIMAL, SMALL):
+                    program.wait_for_line(_IN_ITS_LOOP, within=_LONGEST_START_SECONDS)
+        if paths[NUT] and not programs:
+            nut = open_now.enter_context(Nut(paths[NUT]))
+            started[NUT] = [*nut.serve(), nut.monitor()]
         time.sleep(_SETTLE_SECONDS)
-        processes = {name: sorted(sum(map(family, roots[name]), [])) for name in roots}
+        processes = {name: sorted(sum(map(family, started[name]), [])) for name in started}
         owners = {process: name for name in processes for process in processes[name]}
         with Recording(*EVENTS) as record:
             begin = time.monotonic()
@@ -56,38 +51,21 @@ def _round(folder: Path, paths: dict, programs: list[str], window: float) -> dic
         return {
             "wake-ups": {name: sleeps / minutes for name, (_, sleeps) in found.items()},
             "cpu": {name: seconds * 1000 / minutes for name, (seconds, _) in found.items()},
-            "memory": {name: sum(map(resident_kilobytes, roots[name])) for name in roots},
-            "calls": per_second(processes, window, folder),
+            "memory": {name: sum(map(resident_kilobytes, started[name])) for name in started},
+            "calls": calls_per_second(processes, window, folder),
         }
 
 
-def _started(
-    open_now: ExitStack, folder: Path, paths: dict, programs: list[str]
-) -> dict[str, list[int]]:
-    """The processes that were started, until `open_now` ends; daemons have come to their loops."""
-    remove_chips()
-    started = {}
-    for name, argv in _command_lines(folder, paths).items():
-        if name in programs:
-            program = open_now.enter_context(Program(argv))
-            started[name] = [program.pid]
-            if name in _DAEMONS:
-                program.wait_for_line(_IN_ITS_LOOP, within=_LONGEST_START_SECONDS)
-    if paths[NUT] and NUT in programs:
-        scratch = open_now.enter_context(tempfile.TemporaryDirectory())
-        nut = open_now.enter_context(Nut(paths[NUT], Path(scratch) / "nut"))
-        started[NUT] = [*nut.serve(), nut.monitor()]
-    return started
-
-
 def _command_lines(folder: Path, paths: dict) -> dict[str, list[str]]:
+    """Each has lines of its own."""
+    remove_chips()
     lines = map(OwnLines, itertools.count())
 
-    def apart(program: str, *settings: str, last_test: float = time.time()) -> list[str]:
+    def apart(program: str, *settings: str, **last_test: float) -> list[str]:
+        """With records and lock of its own; none of its files may be below /run."""
         own = next(lines)
         files = folder / own.names[PWR_IN]
-        argv = daemon(paths[program], files, *own.settings, *settings, last_test=last_test)
-        return ["unshare", "--mount", "sh", "-c", _APART, "sh", *argv]
+        return [WITH_OWN_SHM, *daemon(paths[program], files, *own.settings, *settings, **last_test)]
 
     def bare(program: str, *words: str) -> list[str]:
         return [paths[program], next(lines).names[PWR_IN], *words]
@@ -95,7 +73,7 @@ def _command_lines(folder: Path, paths: dict) -> dict[str, list[str]]:
     def script(*argv: str) -> list[str]:
         return [*argv, next(lines).chip.device, "0"]
 
-    later = (time.localtime().tm_hour + 12) % 24
+    later, loops = (time.localtime().tm_hour + 12) % 24, ROOT / "bench/programs"
     return {
         DEFAULT: apart(DEFAULT, FULL),
         OVERDUE: apart(DEFAULT, FULL, f"test.hour={later}", "test.init.disable=0", last_test=0),
@@ -104,6 +82,6 @@ def _command_lines(folder: Path, paths: dict) -> dict[str, list[str]]:
         BARE: bare(BARE),
         BARE_CLOCK: bare(BARE, "clock"),
         BARE_STATIC: bare(BARE_STATIC),
-        PYTHON: script("/usr/bin/python3", f"{_PROGRAMS}/python_loop.py"),
-        SHELL: script(f"{_PROGRAMS}/shell_loop"),
+        PYTHON: script("/usr/bin/python3", loops / "python_loop.py"),
+        SHELL: script(loops / "shell_loop"),
     }

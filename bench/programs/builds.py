@@ -1,67 +1,84 @@
 """The programs to be measured, built now from this checkout."""
 
-import os
 import re
 import shutil
 import subprocess
 from pathlib import Path
-from typing import Optional, Sequence
+from tempfile import TemporaryDirectory
+from typing import Iterator, Sequence
 
 from host.problems import Unavailable
+from places import ROOT
 from programs.names import BARE, BARE_STATIC, DEFAULT, EMPTY, MONITOR, NUT, SMALL, TRUE
 
-_ROOT = Path(__file__).resolve().parent.parent.parent
-_RELEASE, _SMALL = _ROOT / "build" / "release", _ROOT / "build" / "small"
-_COMPARED = {BARE: "bare_loop", BARE_STATIC: "bare_loop_static", EMPTY: "empty_program"}
+_RELEASE, _SMALL = ROOT / "build/release", ROOT / "build/small"
 _NEEDED = ("gnuplot", "gpioget", "strace", "valgrind")
 
-STAND_IN = _RELEASE / "tests" / "host" / "libstand_in.so"
-SEGMENT_TOOL = _RELEASE / "tests" / "board" / "segment_tool"
+STAND_IN = _RELEASE / "tests/host/libstand_in.so"
+SEGMENT_TOOL = _RELEASE / "tests/board/segment_tool"
+SMALL_MAP = _SMALL / "kelvo-pwr.map"
+
+_LINKED = "-DCMAKE_EXE_LINKER_FLAGS=-Wl,--gc-sections"
+_COLLECTED = ["-DCMAKE_CXX_FLAGS=-ffunction-sections -fdata-sections", _LINKED]
+_PACKED = f"{_LINKED} -Wl,-z,pack-relative-relocs,-z,noseparate-code"
+_ACROSS_FILES = "-DCMAKE_INTERPROCEDURAL_OPTIMIZATION=ON"
+_FOR_SIZE = [*_COLLECTED, "-DCMAKE_BUILD_TYPE=MinSizeRel"]
+_PACKED_WORDS = "the same, across files, relocations packed, segments not separated"
+_STATIC_BOOST = "-DBoost_USE_STATIC_LIBS=ON"
+_TRIALS = {
+    "sections collected": _COLLECTED,
+    "sections collected, optimised across files": [*_COLLECTED, _ACROSS_FILES],
+    "optimised for size, sections collected": _FOR_SIZE,
+    _PACKED_WORDS: [*_FOR_SIZE, _ACROSS_FILES, _PACKED],
+    "libboost_program_options linked statically": [_STATIC_BOOST],
+    "the same, sections collected": [*_COLLECTED, _STATIC_BOOST],
+}
 
 
 def build() -> dict[str, str]:
     """The paths of all programs; NUT's is empty where it has not been fetched."""
-    targets = ["kelvo-pwr", "kelvo-pwr-monitor", "segment_tool", "stand_in", *_COMPARED.values()]
-    _cmake("release", targets, ["-DKELVO_BENCH=ON", "-DKELVO_MONITOR=ON", "-DBUILD_TESTING=ON"])
-    _cmake("small", ["kelvo-pwr"])
+    targets = ["kelvo-pwr", "kelvo-pwr-monitor", "segment_tool", "stand_in"]
+    settings = ["-DKELVO_BENCH=ON", "-DKELVO_MONITOR=ON", "-DBUILD_TESTING=ON"]
+    _cmake("release", _RELEASE, [*targets, "bare_loop", "empty_program"], settings)
+    _cmake("small", _SMALL, ["kelvo-pwr", "bare_loop"], ["-DKELVO_BENCH=ON"])
     if missing := [tool for tool in _NEEDED if shutil.which(tool) is None]:
         raise Unavailable(f"no {', '.join(missing)}; bench/run --with-peers installs them")
-    paths = {DEFAULT: f"{_RELEASE}/kelvo-pwr", SMALL: f"{_SMALL}/kelvo-pwr", TRUE: "/bin/true"}
-    paths |= {name: f"{_RELEASE}/bench/programs/{file}" for name, file in _COMPARED.items()}
+    tools = subprocess.run([ROOT / "tests/contrib/tools"], stdout=subprocess.PIPE, text=True)
+    paths = {
+        DEFAULT: f"{_RELEASE}/kelvo-pwr",
+        MONITOR: f"{_RELEASE}/contrib/monitor/kelvo-pwr-monitor",
+        SMALL: f"{_SMALL}/kelvo-pwr",
+        BARE: f"{_RELEASE}/bench/programs/bare_loop",
+        BARE_STATIC: f"{_SMALL}/bench/programs/bare_loop",
+        EMPTY: f"{_RELEASE}/bench/programs/empty_program",
+        TRUE: "/bin/true",
+        NUT: tools.stdout.strip(),
+    }
     for program in (BARE, EMPTY):
         if _libraries(paths[program]) != _libraries(paths[DEFAULT]):
             raise RuntimeError(f"{program} does not have the libraries of {DEFAULT}")
-    paths[MONITOR] = f"{_RELEASE}/contrib/monitor/kelvo-pwr-monitor"
-    tools = subprocess.run([_ROOT / "tests/contrib/tools"], stdout=subprocess.PIPE, text=True)
-    return {**paths, NUT: tools.stdout.strip()}
+    return paths
 
 
-def stripped_bytes(program: str, folder: Path) -> int:
-    copy = folder / "stripped"
-    subprocess.run(["strip", "-o", copy, program], check=True)
-    return copy.stat().st_size
+def build_otherwise() -> Iterator[tuple[str, str]]:
+    """The default build with other flags: what differs, and its path."""
+    for name, settings in _TRIALS.items():
+        folder = ROOT / "build/trials" / re.sub(r"\W+", "-", name)
+        _cmake("release", folder, ["kelvo-pwr"], ["-DBUILD_TESTING=OFF", *settings])
+        yield name, f"{folder}/kelvo-pwr"
 
 
-def linker_map_of_small_build() -> str:
-    return (_SMALL / "kelvo-pwr.map").read_text()
+def stripped_bytes(program: str) -> int:
+    with TemporaryDirectory() as folder:
+        copy = Path(folder, "stripped")
+        subprocess.run(["strip", "-o", copy, program], check=True)
+        return copy.stat().st_size
 
 
-def build_otherwise(name: str, settings: Sequence[str]) -> str:
-    """The path of the default build with these settings of CMake."""
-    folder = _ROOT / "build" / "trials" / re.sub(r"\W+", "-", name)
-    _cmake("release", ["kelvo-pwr"], ["-DBUILD_TESTING=OFF", *settings], folder)
-    return f"{folder}/kelvo-pwr"
-
-
-def _cmake(
-    preset: str, targets: Sequence[str], settings: Sequence[str] = (), folder: Optional[Path] = None
-) -> None:
-    folder = folder or _ROOT / "build" / preset
-    quiet = {"stdout": subprocess.DEVNULL, "cwd": _ROOT, "check": True}
+def _cmake(preset: str, folder: Path, targets: Sequence[str], settings: Sequence[str]) -> None:
+    quiet = {"stdout": subprocess.DEVNULL, "cwd": ROOT, "check": True}
     subprocess.run(["cmake", "--preset", preset, "-B", folder, *settings], **quiet)
-    jobs = str(len(os.sched_getaffinity(0)))
-    build = ["cmake", "--build", folder, "--parallel", jobs, "--target", *targets]
-    subprocess.run(build, **quiet)
+    subprocess.run(["cmake", "--build", folder, "--target", *targets], **quiet)
 
 
 def _libraries(program: str) -> set[str]:

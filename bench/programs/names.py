@@ -14,4 +14,5 @@ SHELL = "shell loop"
 MONITOR = "kelvo-pwr-monitor"
 NUT = "NUT, simulated UPS"
 
-LOOPS = [DEFAULT, OVERDUE, MINIMAL, SMALL, BARE, BARE_CLOCK, BARE_STATIC, PYTHON, SHELL, NUT]
+# For each figure, for each program, its value.
+Round = dict[str, dict[str, float]]

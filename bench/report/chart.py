@@ -13,18 +13,18 @@ _PICTURED = ("memory", "wake-ups", "calls", "cpu", "start", "status")
 _WIDTH, _LEFT, _RIGHT = 720, 190, 640
 _TOP, _ROW, _HEADING, _SCALE = 58, 18, 30, 34
 
+# The key is shown above the first group.
 _LAYOUT = f"""\
 set multiplot
 set lmargin at screen {_LEFT / _WIDTH}
 set rmargin at screen {_RIGHT / _WIDTH}
 set logscale x
-set xtics textcolor rgb "{INK}" offset 0, 0.4
+set xtics 0.001, 10 format "%g" textcolor rgb "{INK}" offset 0, 0.4
 set grid noytics
 set label 3 "Each line is ten times the one before." \\
   at screen 0, screen 1 offset character 1.5, -2.6
+set key at screen 1, screen {{key}} horizontal maxrows 1 samplen 2 Left reverse width -1
 """
-# It is shown above the first group.
-_KEY = "set key at screen 1, screen {} horizontal maxrows 1 samplen 2 Left reverse width -1\n"
 _GROUP = f"""\
 $bars << end
 {{rows}}
@@ -33,7 +33,6 @@ set tmargin at screen {{top}}
 set bmargin at screen {{bottom}}
 set label 2 {{heading}} at screen 0, screen {{top}} offset character 1.5, 0.9 font "{LARGE}"
 set xrange [{{lowest}}:{{highest}}]
-set xtics ({{decades}})
 set yrange [{{count}} - 0.5:-0.5]
 plot $bars using ({{lowest}}):0:({{lowest}}):2:($0 - 0.38):($0 + 0.38):5:ytic(1) \\
   with boxxyerror linecolor rgb variable notitle, \\
@@ -52,38 +51,33 @@ unset label 3
 def chart(figures: Sequence[Figure], goals: Sequence[Goal]) -> str:
     pictured = [figure for figure in figures if figure.key in _PICTURED]
     height = _TOP + sum(_HEADING + _ROW * len(figure.rounds) + _SCALE for figure in pictured)
-    script = _LAYOUT + _KEY.format(1 - 24 / height)
+    script = _LAYOUT.format(key=1 - 24 / height)
     bottom = _TOP - _SCALE
     for figure in pictured:
         top = bottom + _SCALE + _HEADING
         bottom = top + _ROW * len(figure.rounds)
-        values = [figure.of(program) for program in figure.rounds]
-        limits = [_limit(figure, program, goals) for program in figure.rounds]
-        # From the next power of ten, so that no bar is too short to be seen.
-        first, highest = floor(log10(min(values)) - 0.1), max(*values, *limits)
-        decades = [10.0**power for power in range(first, floor(log10(highest)) + 1)]
+        values = {program: figure.of(program) for program in figure.rounds}
+        limits = {
+            goal.program: goal.most * (figure.of(goal.times) if goal.times else 1)
+            for goal in goals
+            if goal.figure == figure.key
+        }
+        rows = []
+        for program, value in values.items():
+            colour = OURS if program.startswith("kelvo-pwr") else OTHERS
+            # One at 0 has no place.
+            mark = limits.get(program, 0)
+            text = quoted(figure.text(value))
+            rows.append(f"{quoted(program)} {value} {mark} {text} 0x{colour[1:]}")
         script += _GROUP.format(
-            rows="\n".join(map(_row, figure.rounds, values, limits, map(figure.text, values))),
+            rows="\n".join(rows),
             heading=quoted(figure.heading),
             count=len(values),
-            # A little less, or gnuplot 6 may leave out the first on the scale.
-            lowest=decades[0] * 0.9999,
-            highest=highest,
-            decades=", ".join(f'"{decade:g}" {decade}' for decade in decades),
+            # From the next power of ten, so that no bar is too short to be seen; a little less,
+            # or gnuplot 6 may leave out the first on the scale.
+            lowest=10 ** floor(log10(min(values.values())) - 0.1) * 0.9999,
+            highest=max(*values.values(), *limits.values()),
             top=1 - top / height,
             bottom=1 - bottom / height,
         )
     return plot(_TITLE, _WIDTH, height, script)
-
-
-def _limit(figure: Figure, program: str, goals: Sequence[Goal]) -> float:
-    """What the value may be at most; 0, which has no place, where there is no goal."""
-    for goal in goals:
-        if (goal.figure, goal.program) == (figure.key, program):
-            return goal.most * (figure.of(goal.times) if goal.times else 1)
-    return 0
-
-
-def _row(program: str, value: float, limit: float, text: str) -> str:
-    colour = OURS if program.startswith("kelvo-pwr") else OTHERS
-    return f"{quoted(program)} {value} {limit} {quoted(text)} 0x{colour[1:]}"

@@ -106,8 +106,6 @@ def judge(goals: Sequence[Goal], figures: Sequence[Figure]) -> list[Verdict]:
 
 def judge_counts(results: Results) -> list[Verdict]:
     """With so many digits of the calls that one call more in the window shows."""
-    figures = [
-        figure._replace(digits=2) if figure.key == "calls" else figure
-        for figure in figures_of(results)
-    ]
-    return judge(COUNTED_GOALS, figures)
+    figures = figures_of(results)
+    exact = [figure._replace(digits=2) if figure.key == "calls" else figure for figure in figures]
+    return judge(COUNTED_GOALS, exact)

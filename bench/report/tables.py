@@ -1,16 +1,11 @@
 """The figures as rows of text: one table of goals, one of all programs."""
 
-import json
-import subprocess
-from pathlib import Path
 from typing import Mapping, Sequence
 
 from report.figures import Figure, Verdict
 from tabulate import tabulate
 
 Rows = list[list[str]]
-
-_SCRIPT = Path(__file__).resolve().parent.parent.parent / "scripts" / "figures"
 
 
 def goal_rows(verdicts: Sequence[Verdict]) -> Rows:
@@ -35,10 +30,7 @@ def program_rows(figures: Sequence[Figure]) -> Rows:
     programs = dict.fromkeys(program for figure in figures for program in figure.rounds)
     rows = [["Program", *(figure.heading for figure in figures)]]
     for program in programs:
-        values = [
-            figure.text(figure.of(program)) if program in figure.rounds else "-"
-            for figure in figures
-        ]
+        values = (f.text(f.of(program)) if program in f.rounds else "-" for f in figures)
         rows.append([program, *values])
     return rows
 
@@ -46,10 +38,3 @@ def program_rows(figures: Sequence[Figure]) -> Rows:
 def show(tables: Mapping[str, Rows]) -> None:
     how = {"tablefmt": "plain", "disable_numparse": True}
     print("\n\n".join(tabulate(rows, **how) for rows in tables.values()))
-
-
-def keep(tables: Mapping[str, Rows], docs: Path) -> None:
-    """Has each of these shown by the pages in this folder."""
-    for name, (columns, *rows) in tables.items():
-        kept = json.dumps({"columns": columns, "rows": rows})
-        subprocess.run([_SCRIPT, "--keep", name, docs], input=kept, text=True, check=True)

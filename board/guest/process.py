@@ -9,7 +9,7 @@ import time
 from contextlib import suppress
 from typing import Mapping, Optional, Sequence, Union
 
-from guest.seen import PrintedLine, Result, SeenProgram
+from guest.seen import PrintedLine, SeenProgram
 
 # How long output may arrive after the end of the program that printed it.
 _LAST_OUTPUT_SECONDS = 0.1
@@ -167,13 +167,4 @@ def _time_apart() -> int:
     return middle
 
 
-def run(
-    argv: Sequence[str],
-    env: Optional[Mapping[str, str]] = None,
-    directory: Optional[str] = None,
-    within: float = 60,
-) -> Result:
-    """Runs a program that is expected to end by itself."""
-    with Program(argv, env, directory) as program:
-        status = program.wait_for_exit(within)
-        return Result(program.stdout, program.stderr, status)
+run = Program.run

@@ -1,6 +1,6 @@
 """What is seen of programs, lines and the shared records."""
 
-from typing import NamedTuple, Optional
+from typing import Mapping, NamedTuple, Optional, Sequence
 
 # The fields of the two records, with what stands for their types in `struct`.
 FIELDS = {
@@ -44,6 +44,19 @@ class Event(NamedTuple):
 
 class SeenProgram:
     """What programs have in either world: `argv`, `lines`, `returncode` and `kill`."""
+
+    @classmethod
+    def run(
+        cls,
+        argv: Sequence[str],
+        env: Optional[Mapping[str, str]] = None,
+        directory: Optional[str] = None,
+        within: float = 60,
+    ) -> Result:
+        """Runs a program that is expected to end by itself."""
+        with cls(argv, env, directory) as program:
+            status = program.wait_for_exit(within)
+            return Result(program.stdout, program.stderr, status)
 
     def __enter__(self):
         return self

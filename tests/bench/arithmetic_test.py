@@ -8,8 +8,7 @@ from pathlib import Path
 import pytest
 
 from host.plot import MARK, OTHERS, OURS
-from on_board.switches import accounts
-from on_board.system_calls import count
+from on_board.accounts import accounts, count
 from programs.linker_map import bytes_by_part
 from programs.names import BARE, DEFAULT, OVERDUE, SMALL
 from report.chart import chart

@@ -12,7 +12,8 @@ from status import fields
 from guest.board import wire
 from guest.clock import now, set_wall, wall
 from guest.lines import remove_chips
-from guest.process import Program, Result, run
+from guest.process import Program, run
+from guest.seen import Result
 from guest.segment import SEGMENT
 from guest.stand_in import StandIns
 from guest.system_calls import mount

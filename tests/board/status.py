@@ -1,6 +1,6 @@
 """The status, as its client prints it."""
 
-from guest.process import Result
+from guest.seen import Result
 
 ZERO_STATUS = {
     "count": 0,

@@ -10,7 +10,8 @@ from node_exporter import NodeExporter, export_command
 from rig import PROGRAM, SECOND
 
 from guest.clock import sleep_until
-from guest.lines import make_chip, remove_chips
+from guest.lines import remove_chips
+from guest.own_lines import OwnLines
 from guest.process import Program, run
 from guest.system_calls import mount
 
@@ -20,6 +21,7 @@ METRICS = 9
 LIFE = 10.5
 # Every board sees the collector's folder here, over whatever else it has of its own.
 FOLDER = "/mnt"
+WITH_OWN_SHM = Path(__file__).parent.parent / "host" / "with_own_shm"
 
 
 class Member(NamedTuple):
@@ -47,16 +49,12 @@ class Member(NamedTuple):
     def dies(self):
         return self.number % 11 == 0
 
-    def line(self, name):
-        return f"{self.name}-{name}"
+    def lines(self):
+        return OwnLines(self.name, not self.on_battery, self.battery_good)
 
-    def words(self):
-        names = {"pwr-in": "PWR-IN", "at1": "BAT-T1", "at2": "BAT-T2", "bat-sw": "BAT-SW"}
-        return [f"--gpio.{option}={self.line(name)}" for option, name in names.items()] + [
-            f"--test.battery={int(self.full)}",
-            "--test.hour=-1",
-            "--test.shut.timeout=1000000",
-        ]
+    def words(self, lines):
+        settings = [f"test.battery={int(self.full)}", "test.hour=-1", "test.shut.timeout=1000000"]
+        return [f"--{setting}" for setting in (*lines.settings, *settings)]
 
     def metrics(self, count):
         """What is to be collected of it; `count` is that of a daemon that lives."""
@@ -86,19 +84,17 @@ def boards():
     remove_chips()
     mount("tmpfs", FOLDER, "tmpfs")
     with ExitStack() as stack:
-        for member in FLEET:
-            names = [member.line(name) for name in ("PWR-IN", "BAT-T1", "BAT-T2", "BAT-SW")]
-            levels = {names[0]: int(member.on_battery), names[1]: int(member.battery_good)}
-            stack.enter_context(make_chip(names, levels))
-        yield [stack.enter_context(start(member)) for member in FLEET]
+        lines = [member.lines() for member in FLEET]
+        for own in lines:
+            stack.enter_context(own.chip)
+        yield [stack.enter_context(start(*both)) for both in zip(FLEET, lines)]
 
 
-def start(member):
-    # A board lives on when its daemon does not.
-    script = 'mount -t tmpfs own /dev/shm && mount -t tmpfs own /run && { "$@"; sleep infinity; }'
+def start(member, lines):
     life = ["timeout", "--foreground", "--signal=KILL", LIFE] if member.dies else []
-    words = [*life, PROGRAM, *member.words()]
-    board = Program(["unshare", "--mount", "sh", "-c", script, "sh", *words])
+    # A board lives on when its daemon does not.
+    on = ["sh", "-c", '"$@"; sleep infinity', "sh"]
+    board = Program([WITH_OWN_SHM, *on, *life, PROGRAM, *member.words(lines)])
     board.wait_for_line(f"{'Full' if member.full else 'Minimal'} server", within=1)
     return board
 

@@ -155,14 +155,14 @@ def test_an_interrupted_test_leaves_the_verdict_before(rig, home):
         assert home.metrics() == before
 
 
-def test_network_ups_tools_show_the_last_test(rig, home, tmp_path):
+def test_network_ups_tools_show_the_last_test(rig, home):
     """With another one begun and broken off since."""
     rig.save_times(1_717_502_400, 1_717_416_600)
     home.state.write_text(
         "battery-empty=0\ntimes.start=1717502400\ntimes.end=1717416600\ntesting=0\n"
         "test.end=1717416600\ntest.good=0\nevents=0\ndone=\n"
     )
-    with Nut(tmp_path / "nut") as nut:
+    with Nut() as nut:
         words = ["--nut", nut.file, "--daemon.conf", rig.conf, "--state", home.state]
         with Program([MONITOR, *map(str, words)]):
             rig.full_server("test.hour=-1")

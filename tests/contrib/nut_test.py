@@ -19,8 +19,8 @@ NOT_KNOWN_BAD = "Battery is good, or not tested yet"
 
 
 @pytest.fixture
-def nut(rig, tmp_path):
-    with Nut(tmp_path / "nut") as nut:
+def nut(rig):
+    with Nut() as nut:
         yield nut
 
 

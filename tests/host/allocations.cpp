@@ -2,7 +2,7 @@
 // and operator new, by the file that they are in, from the second sleep to the last. Then it prints
 // a line with name and number for each, and ends the process.
 
-#include "preloaded.h"
+#include "fakes/next_symbol.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -82,5 +82,5 @@ extern "C" int nanosleep(const timespec* request, timespec* remainder)
     }
     _exit(0);
   }
-  return next<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
+  return nextSymbol<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
 }

@@ -1,10 +1,9 @@
-// Preloaded, it stands before the C functions of libgpiod: four lines without a board, AC power
-// on and the battery good. They are in the file for the library's version. With
+// Preloaded, it stands before the C functions of libgpiod: four lines without a board. With
 // TIME_IS_SIMULATED in the environment also before two of the C library: a sleep returns at once
 // and moves both clocks, and the process ends at the sleep whose number is in ENDS_AT_SLEEP.
 // Allocates nothing, for the program's memory is watched.
 
-#include "preloaded.h"
+#include "fakes/next_symbol.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -36,7 +35,7 @@ extern "C" {
 int nanosleep(const timespec* request, timespec* remainder)
 {
   if (!isTimeSimulated) {
-    return next<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
+    return nextSymbol<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
   }
   if (--sleepsLeft == 0) {
     _exit(0);
@@ -50,7 +49,7 @@ int nanosleep(const timespec* request, timespec* remainder)
 int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
   if (!isTimeSimulated || (clock != CLOCK_REALTIME && clock != CLOCK_MONOTONIC)) {
-    return next<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
+    return nextSymbol<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
   }
   *time = timespecOf(clock == CLOCK_REALTIME ? wall : uptime);
   return 0;

@@ -22,13 +22,13 @@ class DispatcherTest : public ::testing::Test {
     sigemptyset(&ended);
     sigaddset(&ended, SIGCHLD);
     sigprocmask(SIG_BLOCK, &ended, nullptr);
-    std::filesystem::create_directory(folder.path("events"));
-    dispatcher.folder = folder.path("events");
+    std::filesystem::create_directory(executables.path("events"));
+    dispatcher.folder = executables.path("events");
   }
 
   void executable(const std::string& name, const std::string& script)
   {
-    const std::string path = folder.file("events/" + name, "#!/bin/sh\n" + script + "\n");
+    const std::string path = executables.file("events/" + name, "#!/bin/sh\n" + script + "\n");
     std::filesystem::permissions(path, std::filesystem::perms::owner_all);
   }
 
@@ -59,6 +59,8 @@ class DispatcherTest : public ::testing::Test {
   }
 
   TempFolder folder;
+  /// Beside the tests, where something can be started: on what holds temporary folders maybe not.
+  TempFolder executables{std::filesystem::read_symlink("/proc/self/exe").parent_path()};
   Dispatcher dispatcher;
   History history;
   sigset_t ended;
@@ -131,7 +133,7 @@ TEST_F(DispatcherTest, OneThatFailsIsToldAndNotCalledAgain)
 
 TEST_F(DispatcherTest, OneThatCannotBeStartedIsToldAndPassed)
 {
-  const std::string path = folder.file("events/a", "#!/nowhere/interpreter\n");
+  const std::string path = executables.file("events/a", "#!/nowhere/interpreter\n");
   std::filesystem::permissions(path, std::filesystem::perms::owner_all);
   noting("b");
   queue(history, {"power-lost"}, 1);
@@ -167,15 +169,15 @@ TEST_F(DispatcherTest, WhatEditorsAndPackagesLeaveBehindIsNone)
   for (const char* name : {"a~", "b.dpkg-dist", ".c", "d"}) {
     executable(name, ":");
   }
-  folder.file("events/e", "not executable");
-  std::filesystem::create_directory(folder.path("events/f"));
+  executables.file("events/e", "not executable");
+  std::filesystem::create_directory(executables.path("events/f"));
   EXPECT_EQ(executablesIn(dispatcher.folder), std::vector<std::string>{"d"});
 }
 
 TEST_F(DispatcherTest, NoSignalIsBlockedInAnExecutable)
 {
   // Not one of the shell, which unblocks them itself.
-  const std::string path = folder.file(
+  const std::string path = executables.file(
       "events/a",
       "#!/usr/bin/awk -f\nBEGIN {\n  while ((getline line <\"/proc/self/status\") > 0)\n"
       "    if (line ~ /^SigBlk/) print line >\"" +

@@ -1,13 +1,16 @@
-// The calls that the world answers: clocks, sleeps and the shutdown command. And where the program
-// prints and ends, so that it is seen when it does.
+// The calls that the world answers: clocks, sleeps, the shutdown command, the list of chips. And
+// where the program prints and ends, so that it is seen when it does.
 
 #include "calls.h"
+#include "lines.h"
 
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
+#include <dirent.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -56,7 +59,7 @@ extern "C" {
 int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
   if (world == nullptr || clock == CLOCK_PROCESS_CPUTIME_ID || clock == CLOCK_THREAD_CPUTIME_ID) {
-    return next<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
+    return nextSymbol<int(clockid_t, timespec*)>("clock_gettime")(clock, time);
   }
   return make("clock_gettime", -1, [&] {
     *time = timespecOf(readClock(clock == CLOCK_REALTIME || clock == CLOCK_REALTIME_COARSE));
@@ -67,7 +70,7 @@ int clock_gettime(clockid_t clock, timespec* time) noexcept
 std::time_t time(std::time_t* result) noexcept
 {
   if (world == nullptr) {
-    return next<std::time_t(std::time_t*)>("time")(result);
+    return nextSymbol<std::time_t(std::time_t*)>("time")(result);
   }
   const std::time_t now = readClock(true) / second;
   if (result != nullptr) {
@@ -79,7 +82,7 @@ std::time_t time(std::time_t* result) noexcept
 int nanosleep(const timespec* request, timespec* remainder)
 {
   if (world == nullptr) {
-    return next<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
+    return nextSymbol<int(const timespec*, timespec*)>("nanosleep")(request, remainder);
   }
   step("sleep", "");
   const std::int64_t wanted = request->tv_sec * second + request->tv_nsec;
@@ -97,7 +100,7 @@ int nanosleep(const timespec* request, timespec* remainder)
 int system(const char* command)
 {
   if (world == nullptr) {
-    return next<int(const char*)>("system")(command);
+    return nextSymbol<int(const char*)>("system")(command);
   }
   return make("system", -1, [&] {
     world->now += world->charges.commandBegin;
@@ -125,7 +128,7 @@ int system(const char* command)
 void sync() noexcept
 {
   if (world == nullptr) {
-    next<void()>("sync")();
+    nextSymbol<void()>("sync")();
     return;
   }
   make("sync", 0, [] {
@@ -139,8 +142,9 @@ void sync() noexcept
 std::size_t fwrite(const void* data, std::size_t size, std::size_t count, FILE* stream)
 {
   using Write = std::size_t(const void*, std::size_t, std::size_t, FILE*);
-  const std::size_t written = make(
-      "fwrite", std::size_t{0}, [&] { return next<Write>("fwrite")(data, size, count, stream); });
+  const std::size_t written = make("fwrite", std::size_t{0}, [&] {
+    return nextSymbol<Write>("fwrite")(data, size, count, stream);
+  });
   if (world != nullptr) {
     lookAtOutput();
   }
@@ -150,11 +154,32 @@ std::size_t fwrite(const void* data, std::size_t size, std::size_t count, FILE* 
 int putc(int character, FILE* stream)
 {
   const int put =
-      make("putc", EOF, [&] { return next<int(int, FILE*)>("putc")(character, stream); });
+      make("putc", EOF, [&] { return nextSymbol<int(int, FILE*)>("putc")(character, stream); });
   if (world != nullptr) {
     lookAtOutput();
   }
   return put;
+}
+
+// Where version 2 of the line library finds its chips. Its caller releases what it makes.
+int scandir(const char* folder, dirent*** entries, int (*isWanted)(const dirent*),
+            int (*order)(const dirent**, const dirent**))
+{
+  using Scan =
+      int(const char*, dirent***, int (*)(const dirent*), int (*)(const dirent**, const dirent**));
+  if (world == nullptr || std::strcmp(folder, "/dev") != 0) {
+    return nextSymbol<Scan>("scandir")(folder, entries, isWanted, order);
+  }
+  return make("scandir", -1, [&] {
+    int count = 0;
+    *entries = static_cast<dirent**>(std::calloc(sizeof world->isChipThere, sizeof(dirent*)));
+    for (int chip = nextChip(0); chip >= 0; chip = nextChip(chip + 1)) {
+      dirent*& entry = (*entries)[count++];
+      entry = static_cast<dirent*>(std::calloc(1, sizeof(dirent)));
+      std::snprintf(entry->d_name, sizeof entry->d_name, "gpiochip%d", chip);
+    }
+    return count;
+  });
 }
 
 void exit(int status)
@@ -163,7 +188,7 @@ void exit(int status)
     lookAtRecords();
     lookAtOutput();
   }
-  next<void(int)>("exit")(status);
+  nextSymbol<void(int)>("exit")(status);
   std::_Exit(status);
 }
 
@@ -173,7 +198,7 @@ void abort()
     lookAtRecords();
     lookAtOutput();
   }
-  next<void()>("abort")();
+  nextSymbol<void()>("abort")();
   std::_Exit(1);
 }
 

@@ -1,18 +1,10 @@
 #pragma once
 
+#include "fakes/next_symbol.h"
 #include "world.h"
 
 #include <cerrno>
 #include <string>
-
-#include <dlfcn.h>
-
-/// The function of this name that a preloaded library stands before.
-template <typename Function>
-Function* next(const char* name)
-{
-  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
 
 /// As a step of the program's, by the last part of the path.
 void step(const char* call, const char* path);

@@ -1,14 +1,11 @@
 // The lines by version 2 of libgpiod, whose own functions make the requests' configurations. The
-// offset of a line is its number in the world.
+// offset of a line is its number. It finds the chips by scandir.
 
-#include "calls.h"
 #include "lines.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
-#include <dirent.h>
 #include <gpiod.h>
 
 // A process without the library, such as a shell in front of the program, never calls them.
@@ -20,27 +17,6 @@
 #pragma weak gpiod_request_config_get_consumer
 
 extern "C" {
-
-// Its caller releases what it makes.
-int scandir(const char* folder, dirent*** entries, int (*isWanted)(const dirent*),
-            int (*order)(const dirent**, const dirent**))
-{
-  using Scan =
-      int(const char*, dirent***, int (*)(const dirent*), int (*)(const dirent**, const dirent**));
-  if (world == nullptr || std::strcmp(folder, "/dev") != 0) {
-    return next<Scan>("scandir")(folder, entries, isWanted, order);
-  }
-  return make("scandir", -1, [&] {
-    int count = 0;
-    *entries = static_cast<dirent**>(std::calloc(sizeof world->isChipThere, sizeof(dirent*)));
-    for (int chip = nextChip(0); chip >= 0; chip = nextChip(chip + 1)) {
-      dirent*& entry = (*entries)[count++];
-      entry = static_cast<dirent*>(std::calloc(1, sizeof(dirent)));
-      std::snprintf(entry->d_name, sizeof entry->d_name, "gpiochip%d", chip);
-    }
-    return count;
-  });
-}
 
 gpiod_chip* gpiod_chip_open(const char* path)
 {

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 
-// The lines of the world, for both versions of the line library. What can fail sets errno and
+// The lines that are played, for both versions of the line library. What can fail sets errno and
 // returns -1.
 
 /// A chip as a process has it open, and what it has looked up there; from a fixed supply.

@@ -34,7 +34,7 @@ FILE* openStream(const char* function, const char* path, const char* mode)
     if (world != nullptr && mode[0] == 'w') {
       record(Kind::saved, lastPart(path));
     }
-    return next<FILE*(const char*, const char*)>(function)(path, mode);
+    return nextSymbol<FILE*(const char*, const char*)>(function)(path, mode);
   });
 }
 
@@ -56,14 +56,15 @@ sighandler_t signal(int number, sighandler_t handler) noexcept
   if (world != nullptr) {
     step("signal", std::to_string(number).c_str());
   }
-  return make("signal", SIG_ERR,
-              [&] { return next<sighandler_t(int, sighandler_t)>("signal")(number, handler); });
+  return make("signal", SIG_ERR, [&] {
+    return nextSymbol<sighandler_t(int, sighandler_t)>("signal")(number, handler);
+  });
 }
 
 void setlinebuf(FILE* stream) noexcept
 {
   step("setlinebuf", "");
-  next<void(FILE*)>("setlinebuf")(stream);
+  nextSymbol<void(FILE*)>("setlinebuf")(stream);
 }
 
 FILE* fopen(const char* path, const char* mode)
@@ -84,32 +85,35 @@ int open(const char* path, int flags, ...)
   va_end(arguments);
   step("open", path);
   return make("open", -1,
-              [&] { return next<int(const char*, int, ...)>("open")(path, flags, mode); });
+              [&] { return nextSymbol<int(const char*, int, ...)>("open")(path, flags, mode); });
 }
 
 int flock(int descriptor, int operation) noexcept
 {
   step("flock", "");
-  return make("flock", -1, [&] { return next<int(int, int)>("flock")(descriptor, operation); });
+  return make("flock", -1,
+              [&] { return nextSymbol<int(int, int)>("flock")(descriptor, operation); });
 }
 
 ssize_t read(int descriptor, void* buffer, std::size_t bytes)
 {
   using Read = ssize_t(int, void*, std::size_t);
-  return make("read", ssize_t{-1}, [&] { return next<Read>("read")(descriptor, buffer, bytes); });
+  return make("read", ssize_t{-1},
+              [&] { return nextSymbol<Read>("read")(descriptor, buffer, bytes); });
 }
 
 ssize_t write(int descriptor, const void* data, std::size_t bytes)
 {
   using Write = ssize_t(int, const void*, std::size_t);
-  return make("write", ssize_t{-1}, [&] { return next<Write>("write")(descriptor, data, bytes); });
+  return make("write", ssize_t{-1},
+              [&] { return nextSymbol<Write>("write")(descriptor, data, bytes); });
 }
 
 ssize_t writev(int descriptor, const iovec* parts, int count)
 {
   using Write = ssize_t(int, const iovec*, int);
   return make("writev", ssize_t{-1},
-              [&] { return next<Write>("writev")(descriptor, parts, count); });
+              [&] { return nextSymbol<Write>("writev")(descriptor, parts, count); });
 }
 
 // The segment, in which the records are then looked at.
@@ -117,7 +121,7 @@ ssize_t writev(int descriptor, const iovec* parts, int count)
 int shm_unlink(const char* name)
 {
   step("shm_unlink", name);
-  return make("shm_unlink", -1, [&] { return next<int(const char*)>("shm_unlink")(name); });
+  return make("shm_unlink", -1, [&] { return nextSymbol<int(const char*)>("shm_unlink")(name); });
 }
 
 int shm_open(const char* name, int flags, mode_t mode)
@@ -125,7 +129,7 @@ int shm_open(const char* name, int flags, mode_t mode)
   const char* const way = (flags & O_RDWR) != 0 ? "open" : "read";
   step((flags & O_CREAT) != 0 ? "create" : way, name);
   const int descriptor = make("shm_open", -1, [&] {
-    return next<int(const char*, int, mode_t)>("shm_open")(name, flags, mode);
+    return nextSymbol<int(const char*, int, mode_t)>("shm_open")(name, flags, mode);
   });
   if (world != nullptr) {
     segmentDescriptor = descriptor;
@@ -136,12 +140,13 @@ int shm_open(const char* name, int flags, mode_t mode)
 int ftruncate(int descriptor, off_t bytes) noexcept
 {
   return make("ftruncate", -1,
-              [&] { return next<int(int, off_t)>("ftruncate")(descriptor, bytes); });
+              [&] { return nextSymbol<int(int, off_t)>("ftruncate")(descriptor, bytes); });
 }
 
 int fchmod(int descriptor, mode_t mode) noexcept
 {
-  return make("fchmod", -1, [&] { return next<int(int, mode_t)>("fchmod")(descriptor, mode); });
+  return make("fchmod", -1,
+              [&] { return nextSymbol<int(int, mode_t)>("fchmod")(descriptor, mode); });
 }
 
 void* mmap(void* address, std::size_t bytes, int protection, int flags, int descriptor,
@@ -150,10 +155,10 @@ void* mmap(void* address, std::size_t bytes, int protection, int flags, int desc
   using Map = void*(void*, std::size_t, int, int, int, off_t);
   const bool isSegment = world != nullptr && descriptor >= 0 && descriptor == segmentDescriptor;
   if (!isSegment) {
-    return next<Map>("mmap")(address, bytes, protection, flags, descriptor, offset);
+    return nextSymbol<Map>("mmap")(address, bytes, protection, flags, descriptor, offset);
   }
   void* const mapped = make("mmap", MAP_FAILED, [&] {
-    return next<Map>("mmap")(address, bytes, protection, flags, descriptor, offset);
+    return nextSymbol<Map>("mmap")(address, bytes, protection, flags, descriptor, offset);
   });
   if (mapped != MAP_FAILED) {
     segmentIsAt(static_cast<const unsigned char*>(mapped));
@@ -168,7 +173,7 @@ int munmap(void* address, std::size_t bytes) noexcept
     lookAtRecords();
     segmentIsAt(nullptr);
   }
-  return next<int(void*, std::size_t)>("munmap")(address, bytes);
+  return nextSymbol<int(void*, std::size_t)>("munmap")(address, bytes);
 }
 
 }  // extern "C"

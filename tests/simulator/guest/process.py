@@ -7,7 +7,7 @@ from typing import Mapping, Optional, Sequence, Union
 
 from guest import record
 from guest.clock import now, sleep_until
-from guest.seen import PrintedLine, Result, SeenProgram
+from guest.seen import PrintedLine, SeenProgram
 from simulator import simulator
 
 _SECOND = 10**9
@@ -116,13 +116,4 @@ class Program(SeenProgram):
         ]
 
 
-def run(
-    argv: Sequence[str],
-    env: Optional[Mapping[str, str]] = None,
-    directory: Optional[str] = None,
-    within: float = 60,
-) -> Result:
-    """Runs a program that is expected to end by itself."""
-    with Program(argv, env, directory) as program:
-        status = program.wait_for_exit(within)
-        return Result(program.stdout, program.stderr, status)
+run = Program.run

@@ -2,7 +2,7 @@
 
 #include <dlfcn.h>
 
-/// The definition that a fake stands in front of.
+/// The definition that a fake, or a preloaded library, stands in front of.
 template <typename Function>
 Function* nextSymbol(const char* name)
 {

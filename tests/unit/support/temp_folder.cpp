@@ -7,9 +7,9 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
-TempFolder::TempFolder()
+TempFolder::TempFolder(const std::filesystem::path& place)
 {
-  std::string name = (std::filesystem::temp_directory_path() / "kelvo-pwr-test-XXXXXX").string();
+  std::string name = (place / "kelvo-pwr-test-XXXXXX").string();
   if (mkdtemp(name.data()) == nullptr) {
     throw std::system_error(errno, std::system_category(), name);
   }

@@ -6,7 +6,7 @@
 /// A folder of the test's own, gone with all its content at the end.
 class TempFolder {
  public:
-  TempFolder();
+  explicit TempFolder(const std::filesystem::path& place = std::filesystem::temp_directory_path());
   TempFolder(const TempFolder&) = delete;
   TempFolder& operator=(const TempFolder&) = delete;
   ~TempFolder();
