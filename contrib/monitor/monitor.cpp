@@ -91,9 +91,9 @@ void start(Monitor& monitor)
   });
 }
 
-void lookAndTell(Monitor& monitor)
+Observation lookAndTell(Monitor& monitor)
 {
-  const Observation found = look(monitor.observer);
+  Observation found = look(monitor.observer);
   tell(monitor, found);
   const std::uint64_t now = nowSinceEpoch();
   const std::vector<std::string> names = update(monitor.history, found, now);
@@ -110,6 +110,7 @@ void lookAndTell(Monitor& monitor)
   if (!monitor.settings.nut.empty()) {
     writeForNut(monitor, found);
   }
+  return found;
 }
 
 void checkCalls(Monitor& monitor)

@@ -22,8 +22,8 @@ struct Monitor {
 /// Takes up what an earlier one has saved. What cannot be read is told and forgotten.
 void start(Monitor& monitor);
 
-/// One look, and all that follows from it but the calls for events.
-void lookAndTell(Monitor& monitor);
+/// One look, and all that follows from it but the calls for events. Returns what it has found.
+Observation lookAndTell(Monitor& monitor);
 
 /// Takes note of a call that has ended.
 void checkCalls(Monitor& monitor);

@@ -1,7 +1,6 @@
 #include "nut.h"
 
-#include <array>
-#include <ctime>
+#include "date_text.h"
 
 namespace {
 
@@ -39,15 +38,6 @@ std::string resultText(const Status& status, const LastTest& lastTest)
   return status.power.testing == notAvailable ? "" : "Battery is good, or not tested yet";
 }
 
-std::string dateText(std::uint64_t sinceEpoch)
-{
-  const auto seconds = static_cast<std::time_t>(sinceEpoch);
-  std::tm parts = {};
-  std::array<char, 64> text = {};
-  gmtime_r(&seconds, &parts);
-  return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S UTC", &parts)};
-}
-
 std::string line(const std::string& variable, const std::string& value)
 {
   return variable + ": \"" + value + "\"\n";
@@ -60,6 +50,7 @@ std::string nutText(const Observation& found, const LastTest& lastTest)
   return line("ups.mfr", "") + "ups.model: kelvo-pwr\n" +
          line("ups.status", statusText(*found.status, lastTest)) +
          line("ups.test.result", resultText(*found.status, lastTest)) +
-         line("ups.test.date", lastTest.end ? dateText(*lastTest.end) : "") +
+         line("ups.test.date",
+              lastTest.end ? dateText(*lastTest.end, "%Y-%m-%d %H:%M:%S UTC") : "") +
          line("ups.test.interval", found.testPeriod ? std::to_string(*found.testPeriod) : "");
 }

@@ -1,14 +1,11 @@
 #include "settings.h"
 
-#include <boost/program_options/options_description.hpp>
-#include <boost/program_options/parsers.hpp>
-#include <boost/program_options/positional_options.hpp>
+#include "options.h"
+
 #include <boost/program_options/value_semantic.hpp>
-#include <boost/program_options/variables_map.hpp>
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
@@ -43,13 +40,9 @@ options::options_description everywhere(MonitorSettings& settings)
     ("events", options::value(&settings.events),
      "Folder with the executables that are called for each event")
     ("events.limit", options::value(&settings.eventsLimit)->default_value(settings.eventsLimit),
-     "Seconds that each of them may take")
-    ("state", options::value(&settings.state), "File for what is to be remembered")
-    ("daemon.conf", options::value(&settings.daemonConfiguration),
-     "Configuration file of kelvo-pwr")
-    ("period", options::value(&settings.period)->default_value(settings.period),
-     "Seconds from one look to the next, at least 2");
+     "Seconds that each of them may take");
   // clang-format on
+  addLooks(keys, settings);
   return keys;
 }
 
@@ -70,9 +63,7 @@ void check(const MonitorSettings& settings)
   if (!isGoodName(settings.board)) {
     throw std::runtime_error("bad name of a board: '" + settings.board + "'");
   }
-  if (settings.period < shortestPeriod) {
-    throw std::runtime_error("the period is too short");
-  }
+  checkPeriod(settings);
   if (settings.eventsLimit < 1) {
     throw std::runtime_error("the limit for events is too short");
   }
@@ -90,25 +81,11 @@ MonitorSettings monitorSettings(int argc, const char* const argv[])
   const options::options_description keys = everywhere(settings);
   options::options_description words = commandLine(settings, configuration);
   words.add(keys);
-  options::variables_map values;
-  // A word without an option is refused.
-  options::store(options::command_line_parser(argc, argv)
-                     .options(words)
-                     .positional(options::positional_options_description())
-                     .run(),
-                 values);
-  options::notify(values);
+  options::variables_map values = valuesOf(argc, argv, words);
   if (settings.isHelp || settings.isGate) {
     return settings;
   }
-  if (!configuration.empty()) {
-    std::ifstream file(configuration);
-    if (!file) {
-      throw std::runtime_error("cannot read " + configuration);
-    }
-    options::store(options::parse_config_file(file, keys), values);
-    options::notify(values);
-  }
+  addFile(values, configuration, keys);
   check(settings);
   return settings;
 }

@@ -4,61 +4,18 @@ Runs with a /dev/shm of its own.
 """
 
 import os
+import re
 import signal
 import subprocess
-import threading
-import time
 from contextlib import contextmanager
 from pathlib import Path
 
 import pytest
 
+from heart import LONG, SEGMENT, Heart, set_fields, wait_until
+
 MONITOR = os.environ["KELVO_PWR_MONITOR"]
-SEGMENT_TOOL = os.environ["SEGMENT_TOOL"]
-# For what is waited for until it happens.
-LONG = 60
-SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
-
-
-def set_fields(*assignments):
-    subprocess.run([SEGMENT_TOOL, "set", *assignments], check=True)
-
-
-def wait_until(condition):
-    end = time.monotonic() + LONG
-    while not condition():
-        assert time.monotonic() < end
-        time.sleep(0.05)
-
-
-class Heart:
-    """Has the count move on, as a daemon does that lives."""
-
-    def __init__(self):
-        subprocess.run([SEGMENT_TOOL, "make", "status", "request"], check=True)
-        self._over = threading.Event()
-        self._thread = threading.Thread(target=self._beat)
-
-    def __enter__(self):
-        self._thread.start()
-        return self
-
-    def __exit__(self, *_):
-        self._over.set()
-        self._thread.join()
-
-    def _beat(self):
-        count = 100
-        while not self._over.wait(0.3):
-            count += 1
-            set_fields(f"count={count}")
-
-
-@pytest.fixture
-def heart():
-    with Heart() as heart:
-        yield heart
-    SEGMENT.unlink()
+SAMPLE = Path(__file__).parents[2] / "contrib/monitor/monitor.conf"
 
 
 class Home:
@@ -229,6 +186,15 @@ def test_once_without_a_segment(home):
     told = f"{SEGMENT}: No such file or directory\n"
     assert run_once("--once", f"--prometheus={home.metrics}") == ("", told, 0)
     assert home.metrics.read_text().splitlines()[2:] == ["kelvo_pwr_up 0"]
+
+
+def test_the_sample_is_accepted(tmp_path):
+    own = SAMPLE.read_text().replace("=/run/kelvo-pwr-monitor/", f"={tmp_path}/")
+    own = re.sub("^state=.*", f"state={tmp_path}/state", own, flags=re.MULTILINE)
+    (tmp_path / "conf").write_text(own)
+    stdout, _, status = run_once("--once", "-c", tmp_path / "conf")
+    assert (stdout, status) == ("", 0)
+    assert {path.name for path in tmp_path.iterdir()} == {"conf", "kelvo_pwr.prom", "state"}
 
 
 def test_the_gate(heart):

@@ -1,20 +1,17 @@
 """The role for a fleet, played by the host's Ansible in a system of its own, not booted."""
 
-import re
 import shutil
 import subprocess
-from pathlib import Path
 
 import pytest
 
 from debian_root import Root, base_system
+from fleet import ROLE, command, counts, inventory
 from packages import SYSTEMCTL, calls, run_systemd
 
-ROLE = Path(__file__).parents[2] / "contrib/ansible"
 CONFIGURATION = "etc/kelvo/kelvo-pwr.conf"
 UNITS = "kelvo-pwr", "kelvo-pwr-monitor"
 LIBRARY = "/usr/lib/python3/dist-packages"
-PLAY = "import sys; from ansible.cli.playbook import main; sys.exit(main())"
 # What is started is active from then on.
 STARTED = """case "$*" in
   *restart*) ;;
@@ -39,22 +36,16 @@ def board(mounts, libraries, deb, monitor_deb, tmp_path):
         shutil.copytree(ROLE, root.path / "mnt/ansible")
         for package in (deb, monitor_deb):
             shutil.copy(package, root.path / "mnt")
-        (root.path / "mnt/fleet.yml").write_text(
-            "boards: {hosts: {board: {ansible_connection: local, ansible_become: false,\n"
-            "  ansible_python_interpreter: /usr/bin/python3,\n"
-            f"  kelvo_pwr_packages: [/mnt/{deb.name}, /mnt/{monitor_deb.name}]}}}}}}\n"
-        )
+        packages = f"/mnt/{deb.name}", f"/mnt/{monitor_deb.name}"
+        (root.path / "mnt/fleet.yml").write_text(inventory(*packages))
         yield root
 
 
 def play(board):
     """How many tasks changed something, and how many failed."""
-    environment = ["PYTHONPATH=/mnt/library", "HOME=/root", "LC_ALL=C.UTF-8"]
-    words = ["/usr/bin/python3", "-c", PLAY, "--inventory", "/mnt/fleet.yml"]
-    done = board.run("env", *environment, *words, "/mnt/ansible/boards.yml")
+    done = board.run(*command("/mnt/library", "/mnt/fleet.yml", "/mnt/ansible"))
     print(done.stdout, done.stderr)
-    counts = re.search(r"changed=(\d+) .* failed=(\d+)", done.stdout)
-    return int(counts[1]), int(counts[2])
+    return counts(done.stdout)
 
 
 def settings(board):

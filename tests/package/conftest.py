@@ -40,18 +40,26 @@ def monitor_deb(deb):
 
 
 @pytest.fixture(scope="session")
+def mqtt_deb(deb):
+    """What publishes it by MQTT."""
+    return deb.with_name(deb.name.replace("kelvo-pwr_", "kelvo-pwr-mqtt_"))
+
+
+@pytest.fixture(scope="session")
 def mounts():
     require_root()
     leave_mount_namespace()
 
 
 @pytest.fixture(scope="session")
-def libraries(deb):
-    """The names of what the package depends on."""
-    depends = subprocess.run(
-        ["dpkg-deb", "--field", deb, "Depends"], capture_output=True, text=True, check=True
-    ).stdout
-    return [re.match(r"[^ |]+", one)[0] for one in depends.split(", ")]
+def libraries(deb, mqtt_deb):
+    """The names of what the packages depend on."""
+    names = set()
+    for package in (deb, mqtt_deb):
+        words = ["dpkg-deb", "--field", package, "Depends"]
+        depends = subprocess.check_output(words, text=True).strip()
+        names |= {re.match(r"[^ |]+", one)[0] for one in depends.split(", ")}
+    return sorted(names - {"kelvo-pwr"})
 
 
 @pytest.fixture(scope="session")

@@ -15,7 +15,7 @@ import pytest
 from cross_root import BUILD, MACHINES, cross_root, follow, succeed
 from debian_root import Root
 from hardening import EVERY_FILE, Executable
-from host.debootstrap import this_release
+from host.mmdebstrap import this_release
 from host.problems import Unavailable
 
 PROJECT = Path(__file__).parent.parent.parent
@@ -116,7 +116,7 @@ def test_all_packages_are_kept(foreign):
     names = {
         package.name.partition("_")[0] for package in PACKAGES.glob(f"*_{foreign.machine.name}.deb")
     }
-    programs = {"kelvo-pwr", "kelvo-pwr-monitor"}
+    programs = {"kelvo-pwr", "kelvo-pwr-monitor", "kelvo-pwr-mqtt"}
     assert names == programs | {f"{program}-dbgsym" for program in programs}
 
 

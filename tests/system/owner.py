@@ -3,7 +3,8 @@
 import os
 from pathlib import Path
 
-from guest.process import Result, run
+from guest.process import run
+from guest.seen import Result
 
 
 class Owner:

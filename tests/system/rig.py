@@ -8,7 +8,8 @@ from status import fields
 
 from guest.board import wire
 from guest.lines import remove_chips
-from guest.process import Program, Result, run
+from guest.process import Program, run
+from guest.seen import Result
 
 UNIT = "kelvo-pwr.service"
 LOOK = "kelvo-pwr-watch.service"
