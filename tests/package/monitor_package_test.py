@@ -87,7 +87,7 @@ def test_an_upgrade_keeps_the_configuration(guarded, monitor_deb, tmp_path):
     assert (guarded.path / CONFIGURATION).read_text() == "nut=/run/ups\n"
 
 
-def test_purging_leaves_nothing_but_the_owner_s_files(guarded, monitor_deb):
+def test_removing_keeps_the_state_and_purging_the_owner_s_files(guarded, monitor_deb):
     before = installed_files(guarded)
     install(guarded, monitor_deb)
     # As systemd makes them for a user of its own.
@@ -97,7 +97,9 @@ def test_purging_leaves_nothing_but_the_owner_s_files(guarded, monitor_deb):
     (guarded.path / "var/lib" / NAME).symlink_to(f"private/{NAME}")
     own = guarded.path / "etc/kelvo/events.d/10-own"
     own.touch()
-    dpkg(guarded, "--purge", NAME)
+    dpkg(guarded, "--remove", NAME)
     assert calls(guarded) == [f"stop {UNIT}"]
+    assert (private / "state").exists()
+    dpkg(guarded, "--purge", NAME)
     left = {"etc/kelvo/events.d", "etc/kelvo/events.d/10-own", "var/lib/private"}
     assert installed_files(guarded) - before == left

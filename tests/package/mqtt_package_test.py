@@ -47,15 +47,18 @@ def test_as_it_is_installed_it_wants_a_broker(guarded, mqtt_deb):
     assert (done.stderr, done.returncode) == (f"{NAME}: no broker is given\n", 2)
 
 
+def words_of(lines):
+    return {word for line in lines for word in line.split()}
+
+
 def test_an_upgrade_restarts_what_runs(guarded, mqtt_deb, tmp_path):
     install(guarded, mqtt_deb)
     (guarded.path / "run/active").touch()
     install(guarded, with_later_version(mqtt_deb, tmp_path))
-    restarted = [call.split() for call in calls(guarded)]
-    assert {word for words in restarted for word in words} == {"restart", *UNITS}
+    assert words_of(calls(guarded)) == {"restart", *UNITS}
 
 
-def test_purging_leaves_nothing(guarded, mqtt_deb):
+def test_removing_stops_it_and_keeps_the_state_and_purging_leaves_nothing(guarded, mqtt_deb):
     before = installed_files(guarded)
     install(guarded, mqtt_deb)
     # As systemd makes them for a user of its own.
@@ -63,5 +66,8 @@ def test_purging_leaves_nothing(guarded, mqtt_deb):
     private.mkdir(parents=True)
     (private / "state").touch()
     (guarded.path / "var/lib" / NAME).symlink_to(f"private/{NAME}")
+    dpkg(guarded, "--remove", NAME)
+    assert words_of(calls(guarded)) == {"stop", *UNITS}
+    assert (private / "state").exists()
     dpkg(guarded, "--purge", NAME)
     assert installed_files(guarded) - before == {"var/lib/private"}
