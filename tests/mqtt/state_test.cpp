@@ -40,6 +40,8 @@ TEST(MqttStateTest, WhatAMinimalServerDoesNotTellIsNotKnown)
 {
   const Observation minimal = found(true, 1, notAvailable, notAvailable, notAvailable);
   EXPECT_EQ(stateText(minimal, {}), text("true", "true", "null", "null", "null"));
+  const Observation gone = found(false, 1, notAvailable, notAvailable, notAvailable);
+  EXPECT_EQ(stateText(gone, {}), text("false", "null", "null", "null", "null"));
 }
 
 TEST(MqttStateTest, WithoutADaemonNothingIsKnownButTheLastTest)
@@ -47,6 +49,7 @@ TEST(MqttStateTest, WithoutADaemonNothingIsKnownButTheLastTest)
   const LastTest bad = {{}, {}, false};
   const std::string gone = text("false", "null", "null", "true", "null");
   EXPECT_EQ(stateText(found(false, 1, 0, 0, 1), bad), gone);
+  EXPECT_EQ(stateText(found(false, 1, 0, 1, 1), {}), text("false", "null", "null", "null", "null"));
   EXPECT_EQ(stateText(found(std::nullopt, 1, 0, 0, 1), {}),
             text("null", "null", "null", "null", "null"));
   Observation nothing;
@@ -67,6 +70,8 @@ TEST(MqttStateTest, TheLastTest)
                  "\"2024-06-03T12:10:00Z\"", "600"));
   EXPECT_EQ(stateText(good, {{}, 1'717'416'600, {}}),
             text("true", "false", "false", "null", "false", "null", "\"2024-06-03T12:10:00Z\""));
+  EXPECT_EQ(stateText(good, {1'717'416'000, {}, {}}),
+            text("true", "false", "false", "null", "false", "\"2024-06-03T12:00:00Z\""));
   // What the daemon says now comes after what is remembered.
   EXPECT_EQ(stateText(found(true, 0, 0, 1, 0), {{}, {}, true}),
             text("true", "false", "false", "true", "false"));
