@@ -9,6 +9,7 @@ import re
 import signal
 import socket
 import subprocess
+import sys
 from contextlib import ExitStack
 from pathlib import Path
 
@@ -208,8 +209,10 @@ def guarded(tmp_path, authority, password):
     users = tmp_path / "users"
     tool = f"{os.environ['CONTRIB_TOOLS']}/usr/bin/mosquitto_passwd"
     subprocess.run([tool, "-c", "-b", users, "board", "secret"], check=True)
-    settings = [f"{word}file {authority}/{name}" for word, name in
-                (("cert", "broker.pem"), ("key", "broker.key"))]
+    settings = [
+        f"{word}file {authority}/{name}"
+        for word, name in (("cert", "broker.pem"), ("key", "broker.key"))
+    ]
     settings += ["allow_anonymous false", f"password_file {users}"]
     words = ["--cafile", authority / "ca.pem", "-u", "board", "-P", "secret"]
     with Broker(tmp_path, *settings, client_words=words) as broker:
@@ -286,6 +289,7 @@ def test_the_button_is_pressed_by_its_one_message(heart, home, broker, button):
         assert mqtt.stderr.readline() == "A battery test is asked for\n"
         button.setblocking(True)
         connection, _ = button.accept()
+        connection.settimeout(LONG)
         # It says nothing.
         assert connection.recv(1) == b""
         assert_not_pressed(button)
@@ -334,6 +338,18 @@ def test_a_password_that_others_can_read_is_refused(password):
     words = ["--host=localhost", "--user=board", f"--password.file={password}"]
     told = f"kelvo-pwr-mqtt: {password} can be read by others\n"
     assert run_once(*words) == ("", told, 2)
+
+
+@pytest.mark.parametrize("host, board", [("at tic.example", "at tic"), (".example", "")])
+def test_a_board_has_its_hosts_name_without_the_domain(host, board):
+    # Names that are refused tell which it would be.
+    code = (
+        f"import os, socket; socket.sethostname({host!r}); os.execl({MQTT!r}, 'mqtt', '--host=a')"
+    )
+    command = ["unshare", "--uts", sys.executable, "-c", code]
+    done = subprocess.run(command, capture_output=True, text=True, timeout=LONG)
+    told = f"kelvo-pwr-mqtt: bad name of a board: '{board}'\n"
+    assert (done.stdout, done.stderr, done.returncode) == ("", told, 2)
 
 
 def test_help():
