@@ -6,7 +6,6 @@ from collections import Counter
 _LIBRARIES = {
     "libc": "C library",
     "libstdc++": "C++ library",
-    "libboost_program_options": "libboost_program_options",
     "libgpiodcxx": "libgpiodcxx, libgpiod",
     "libgpiod": "libgpiodcxx, libgpiod",
     "libgcc": "libgcc: unwinding of exceptions",
