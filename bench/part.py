@@ -11,8 +11,8 @@ import subprocess
 import sys
 import tempfile
 from functools import partial
-from importlib import import_module
 from pathlib import Path
+from pkgutil import resolve_name
 from typing import Any, Callable, Sequence
 
 from places import ROOT, WITH_OWN_SHM
@@ -69,11 +69,11 @@ def _in_rounds(measure: Callable, rounds: int, arguments: dict) -> dict:
 
 if __name__ == "__main__":
     unwind_at_end()
-    module, _, function = sys.argv[1].rpartition(".")
     arguments = json.loads(sys.argv[2])
     rounds = arguments.pop("rounds", None)
     # On the board other temporary folders are below /run, which a daemon may have of its own.
     with tempfile.TemporaryDirectory(dir=os.environ.get("BOARD_OUTPUT")) as folder:
-        measure = partial(getattr(import_module(module), function), Path(folder))
+        measure = partial(resolve_name(sys.argv[1]), Path(folder))
         found = _in_rounds(measure, rounds, arguments) if rounds else measure(**arguments)
-        print(json.dumps(found))
+        # A table comes row by row.
+        print(json.dumps(found, default=list))

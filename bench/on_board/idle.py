@@ -14,6 +14,7 @@ from guest.tracing import Recording
 from on_board.accounts import EVENTS, accounts, calls_per_second
 from places import ROOT, WITH_OWN_SHM
 from processes import family, resident_kilobytes
+from programs.builds import PATHS
 from programs.daemon import FULL, daemon
 from programs.names import BARE, BARE_CLOCK, BARE_STATIC, DEFAULT, MINIMAL, NUT, OVERDUE, PYTHON
 from programs.names import SHELL, SMALL, Round
@@ -26,18 +27,20 @@ _LONGEST_START_SECONDS = 30
 _SETTLE_SECONDS = 5.05
 
 
-def all_at_once(folder: Path, paths: dict, window: float, programs: Sequence[str] = ()) -> Round:
+def all_at_once(
+    folder: Path, window: float, programs: Sequence[str] = (), default: str = PATHS[DEFAULT]
+) -> Round:
     """All programs, or some; a window for the accounts and one for the system calls."""
     with ExitStack() as open_now:
         started = {}
-        for name, argv in _command_lines(folder, paths).items():
+        for name, argv in _command_lines(folder, {**PATHS, DEFAULT: default}).items():
             if name in programs or not programs:
                 program = open_now.enter_context(Program(argv))
                 started[name] = [program.pid]
                 if name in (DEFAULT, OVERDUE, MINIMAL, SMALL):
                     program.wait_for_line(_IN_ITS_LOOP, within=_LONGEST_START_SECONDS)
-        if paths[NUT] and not programs:
-            nut = open_now.enter_context(Nut(paths[NUT]))
+        if not programs:
+            nut = open_now.enter_context(Nut())
             started[NUT] = [*nut.serve(), nut.monitor()]
         time.sleep(_SETTLE_SECONDS)
         processes = {name: sorted(sum(map(family, started[name]), [])) for name in started}

@@ -1,19 +1,30 @@
 """The programs to be measured, built now from this checkout."""
 
+import os
 import re
 import shutil
 import subprocess
+from importlib.util import find_spec
 from pathlib import Path
 from tempfile import TemporaryDirectory
 from typing import Iterator, Sequence
 
 from host.problems import Unavailable
 from places import ROOT
-from programs.names import BARE, BARE_STATIC, DEFAULT, EMPTY, MONITOR, NUT, SMALL, TRUE
+from programs.names import BARE, BARE_STATIC, DEFAULT, EMPTY, MONITOR, SMALL, TRUE
 
 _RELEASE, _SMALL = ROOT / "build/release", ROOT / "build/small"
-_NEEDED = ("gnuplot", "gpioget", "strace", "valgrind")
+_TOOLS, _MODULES = ("gnuplot", "gpioget", "strace", "valgrind"), ("psutil", "tabulate")
 
+PATHS = {
+    DEFAULT: f"{_RELEASE}/kelvo-pwr",
+    MONITOR: f"{_RELEASE}/contrib/monitor/kelvo-pwr-monitor",
+    SMALL: f"{_SMALL}/kelvo-pwr",
+    BARE: f"{_RELEASE}/bench/programs/bare_loop",
+    BARE_STATIC: f"{_SMALL}/bench/programs/bare_loop",
+    EMPTY: f"{_RELEASE}/bench/programs/empty_program",
+    TRUE: "/bin/true",
+}
 STAND_IN = _RELEASE / "tests/host/libstand_in.so"
 SEGMENT_TOOL = _RELEASE / "tests/board/segment_tool"
 SMALL_MAP = _SMALL / "kelvo-pwr.map"
@@ -35,29 +46,22 @@ _TRIALS = {
 }
 
 
-def build() -> dict[str, str]:
-    """The paths of all programs; NUT's is empty where it has not been fetched."""
+def build() -> None:
+    """All of PATHS. From then on CONTRIB_TOOLS says where Network UPS Tools are."""
+    tools = subprocess.run([ROOT / "tests/contrib/tools"], stdout=subprocess.PIPE, text=True)
+    missing = [tool for tool in _TOOLS if not shutil.which(tool)]
+    missing += [module for module in _MODULES if not find_spec(module)]
+    if missing or tools.returncode != 0:
+        named = ", ".join(missing or ["Network UPS Tools"])
+        raise Unavailable(f"no {named}; bench/run --with-peers installs what is missing")
+    os.environ["CONTRIB_TOOLS"] = tools.stdout.strip()
     targets = ["kelvo-pwr", "kelvo-pwr-monitor", "segment_tool", "stand_in"]
     settings = ["-DKELVO_BENCH=ON", "-DKELVO_MONITOR=ON", "-DBUILD_TESTING=ON"]
     _cmake("release", _RELEASE, [*targets, "bare_loop", "empty_program"], settings)
     _cmake("small", _SMALL, ["kelvo-pwr", "bare_loop"], ["-DKELVO_BENCH=ON"])
-    if missing := [tool for tool in _NEEDED if shutil.which(tool) is None]:
-        raise Unavailable(f"no {', '.join(missing)}; bench/run --with-peers installs them")
-    tools = subprocess.run([ROOT / "tests/contrib/tools"], stdout=subprocess.PIPE, text=True)
-    paths = {
-        DEFAULT: f"{_RELEASE}/kelvo-pwr",
-        MONITOR: f"{_RELEASE}/contrib/monitor/kelvo-pwr-monitor",
-        SMALL: f"{_SMALL}/kelvo-pwr",
-        BARE: f"{_RELEASE}/bench/programs/bare_loop",
-        BARE_STATIC: f"{_SMALL}/bench/programs/bare_loop",
-        EMPTY: f"{_RELEASE}/bench/programs/empty_program",
-        TRUE: "/bin/true",
-        NUT: tools.stdout.strip(),
-    }
     for program in (BARE, EMPTY):
-        if _libraries(paths[program]) != _libraries(paths[DEFAULT]):
+        if _libraries(PATHS[program]) != _libraries(PATHS[DEFAULT]):
             raise RuntimeError(f"{program} does not have the libraries of {DEFAULT}")
-    return paths
 
 
 def build_otherwise() -> Iterator[tuple[str, str]]:

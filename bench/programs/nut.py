@@ -1,5 +1,7 @@
 """Network UPS Tools with its simulated UPS, on the loopback address, polling each second."""
 
+import os
+
 from guest.clock import wait_until
 from guest.process import run
 from nut_tools import USER, NutTools
@@ -17,9 +19,9 @@ _FILES = {
 
 
 class Nut(NutTools):
-    def __init__(self, tools: str, port: int = 3493):
+    def __init__(self, port: int = 3493):
         ups = f"simulated@127.0.0.1:{port}"
-        super().__init__(tools, ups)
+        super().__init__(os.environ["CONTRIB_TOOLS"], ups)
         for name, text in _FILES.items():
             self.write(name, text.format(folder=self.folder, port=port, ups=ups, user=USER))
         self.status_client = self.upsc("ups.status")

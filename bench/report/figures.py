@@ -1,12 +1,18 @@
-"""What was measured, what it is held against, and the arithmetic of both."""
+"""What was measured, what it is held against, the arithmetic of both, and their tables."""
 
 from statistics import median
-from typing import Mapping, NamedTuple, Optional, Sequence
+from typing import Any, Mapping, NamedTuple, Optional, Sequence
 
 from programs.names import BARE, DEFAULT, EMPTY, OVERDUE, SMALL, TRUE
 
 # For each figure, for each program, the value of each round.
 Results = dict[str, dict[str, list[float]]]
+# The columns, and the rows below them.
+Rows = list[list[Any]]
+# By the names that they are kept under.
+Tables = Mapping[str, Rows]
+
+MISSED = "MISSED"
 
 # In the order of the tables: the name, the unit, and digits behind the point.
 _SHOWN = {
@@ -109,3 +115,38 @@ def judge_counts(results: Results) -> list[Verdict]:
     figures = figures_of(results)
     exact = [figure._replace(digits=2) if figure.key == "calls" else figure for figure in figures]
     return judge(COUNTED_GOALS, exact)
+
+
+def goal_rows(verdicts: Sequence[Verdict]) -> Rows:
+    rows = [["Figure", "Of", "Measured", "Goal", "Ratio to the goal", ""]]
+    for verdict in verdicts:
+        goal, figure = verdict.goal, verdict.figure
+        measured = f"{figure.text(verdict.value)} {figure.unit}".rstrip()
+        aim = f"at most {figure.text(goal.most)} {figure.unit}".rstrip()
+        if goal.times:
+            lowest, highest = f"{min(verdict.ratios):.2f}", f"{max(verdict.ratios):.2f}"
+            measured += f", {verdict.measure:.2f} times"
+            measured += f" ({lowest} to {highest})" if lowest != highest else ""
+            aim = f"at most {goal.most:g} times {goal.times}"
+        share = f"{verdict.measure / goal.most:.2f}"
+        outcome = "reached" if verdict.reached else MISSED
+        rows.append([figure.name, goal.program, measured, aim, share, outcome])
+    return rows
+
+
+def program_rows(figures: Sequence[Figure]) -> Rows:
+    """The median of each program; a program that has no such figure has a dash."""
+    programs = dict.fromkeys(program for figure in figures for program in figure.rounds)
+    rows = [["Program", *(figure.heading for figure in figures)]]
+    for program in programs:
+        values = (f.text(f.of(program)) if program in f.rounds else "-" for f in figures)
+        rows.append([program, *values])
+    return rows
+
+
+def show(tables: Tables) -> None:
+    # Only now, for it may just have been installed.
+    from tabulate import tabulate
+
+    how = {"tablefmt": "plain", "disable_numparse": True}
+    print("\n\n".join(tabulate(rows, **how) for rows in tables.values()))

@@ -12,8 +12,8 @@ from on_board.accounts import accounts, count
 from programs.linker_map import bytes_by_part
 from programs.names import BARE, DEFAULT, OVERDUE, SMALL
 from report.chart import chart
-from report.figures import COUNTED_GOALS, Figure, Goal, judge, judge_counts
-from report.tables import goal_rows, program_rows, show
+from report.figures import COUNTED_GOALS, Figure, Goal, goal_rows, judge, judge_counts
+from report.figures import program_rows, show
 
 DOCS = Path(__file__).parent.parent.parent / "docs"
 SVG = "{http://www.w3.org/2000/svg}"
@@ -113,7 +113,9 @@ def texts(picture):
         text = group.find(f"{SVG}text")
         if text is not None:
             x, y = re.fullmatch(r"translate\((.*),(.*)\)", group.get("transform")).groups()
-            found.append((float(y), float(x), group.get("font-size"), group.get("text-anchor"), text.text))
+            found.append(
+                (float(y), float(x), group.get("font-size"), group.get("text-anchor"), text.text)
+            )
     return sorted(found)
 
 
