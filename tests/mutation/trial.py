@@ -14,7 +14,7 @@ ENTRY = "src/app/main.cpp"
 
 # By ctest's names. At the board's each scenario has its turn, but for those that take long and show
 # what others show.
-_SIMULATOR, _BOARD = r"^simulator\.", r"^quick\.[0-9]+$"
+_SIMULATOR, _BOARD = r"^(host\.steps$|simulator\.)", r"^quick\.[0-9]+$"
 
 # The headers of the libraries, which take most of the time of a build.
 _PRECOMPILED = """
