@@ -28,7 +28,10 @@ class CannotRun(Exception):
 
 
 class Host:
-    """The environment names the program, the test's tool, and the simulator."""
+    """The environment names the program, the test's tool, and the simulator.
+
+    Raises CannotRun where one of them is missing.
+    """
 
     def __init__(self, on_board: bool):
         self._on_board = on_board
@@ -38,7 +41,8 @@ class Host:
             ("SEGMENT_TOOL", build / "tests" / "board" / "segment_tool"),
             ("SIMULATOR", build / "tests" / "simulator" / "libsimulator.so"),
         ):
-            os.environ.setdefault(name, str(file))
+            if not Path(os.environ.setdefault(name, str(file))).exists():
+                raise CannotRun(f"{os.environ[name]} is missing; scripts/build release makes it")
 
     def make(self, seed: int) -> dict:
         return lives.make(seed, not self._on_board)

@@ -75,10 +75,10 @@ def main() -> int:
     parser.add_argument("--work", type=Path, metavar="FOLDER", help="keep the copy and its build")
     parser.add_argument("patches", nargs="*", type=Path, help="default: all in tests/lives/breaks")
     words = parser.parse_args()
-    host = Host(on_board=False)
     patches = words.patches or sorted((_HERE / "breaks").glob("*.patch"))
     rows = []
     try:
+        host = Host(on_board=False)
         with tempfile.TemporaryDirectory(prefix="plant-") as folder:
             copy = Copy(words.work.absolute() if words.work else Path(folder))
             for patch in patches:

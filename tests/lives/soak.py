@@ -90,8 +90,8 @@ def main() -> int:
     parser.add_argument("--begin", default="", metavar="UPTIME", help="of the one life")
     parser.add_argument("--board", action="store_true", help="on the board, not simulated")
     words = parser.parse_args()
-    host = Host(words.board)
     try:
+        host = Host(words.board)
         if words.life is not None:
             return replay(host, words.life, words.begin)
         return soak(host, words.seed, words.lives, words.keep)

@@ -1,5 +1,6 @@
 """What a run of lives ends with."""
 
+import subprocess
 import sys
 from pathlib import Path
 
@@ -8,6 +9,17 @@ import pytest
 sys.path.insert(0, str(Path(__file__).parent))
 
 import soak  # noqa: E402
+from on_host import ROOT  # noqa: E402
+
+
+@pytest.mark.parametrize("script", ["soak", "plant"])
+def test_a_build_that_is_missing_is_said_once(tmp_path, script):
+    missing = tmp_path / "kelvo-pwr"
+    done = subprocess.run(
+        [ROOT / "scripts" / script], env={"KELVO_PWR": missing}, capture_output=True, text=True
+    )
+    told = f"{missing} is missing; scripts/build release makes it\n"
+    assert (done.returncode, done.stdout, done.stderr) == (77, "", told)
 
 
 @pytest.mark.parametrize(
