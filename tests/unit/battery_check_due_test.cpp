@@ -1,6 +1,6 @@
 #include "app/battery_check.h"
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <limits>
 

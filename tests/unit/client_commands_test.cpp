@@ -1,6 +1,6 @@
 #include "shared/client_commands.h"
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cstddef>
 #include <functional>

@@ -1,6 +1,6 @@
 #include "app/clock.h"
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <stdlib.h>
 

@@ -3,7 +3,7 @@
 #include "fakes/fake_files.h"
 #include "fakes/fake_memory.h"
 #include "fakes/fake_system.h"
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cerrno>
 #include <chrono>

@@ -1,7 +1,7 @@
 #include "shared/instance_lock.h"
 
 #include "fakes/fake_files.h"
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cerrno>
 

@@ -3,7 +3,7 @@
 #include "app/supervision.h"
 #include "fakes/fake_memory.h"
 #include "fakes/fake_system.h"
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "gpio/lines.h"
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cerrno>
 #include <system_error>

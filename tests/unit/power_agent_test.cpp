@@ -2,7 +2,7 @@
 
 #include "fakes/fake_files.h"
 #include "fakes/fake_memory.h"
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cstddef>
 #include <cstdlib>

@@ -2,7 +2,7 @@
 
 #include "config/power_settings.h"
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 #include "support/loading.h"
 
 TEST(HelpTest, ShowsTheGeneralOptionsAndTheSettings)

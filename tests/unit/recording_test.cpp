@@ -1,6 +1,6 @@
 // A recording that misses something would let a test pass for the wrong reason.
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <csignal>
 #include <cstdio>

@@ -1,6 +1,6 @@
 #include "config/power_settings.h"
 #include "fakes/fake_files.h"
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 #include "support/loading.h"
 
 #include <boost/program_options/errors.hpp>

@@ -1,7 +1,7 @@
 #include "shared/shared_state.h"
 
 #include "fakes/fake_memory.h"
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cerrno>
 #include <map>

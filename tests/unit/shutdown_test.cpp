@@ -1,7 +1,7 @@
 #include "app/shutdown.h"
 
 #include "fakes/fake_system.h"
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cerrno>
 #include <system_error>

@@ -1,6 +1,6 @@
 #include "app/supervision.h"
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cerrno>
 #include <system_error>

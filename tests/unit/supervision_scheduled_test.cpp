@@ -1,5 +1,5 @@
 #include "app/supervision.h"
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <cerrno>
 #include <system_error>

@@ -2,7 +2,7 @@
 
 #include "app/supervision.h"
 
-#include "support/full_server_test.h"
+#include "support/full_server_fixture.h"
 
 using Story = std::vector<std::string>;
 

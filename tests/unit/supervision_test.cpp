@@ -1,6 +1,6 @@
 #include "app/supervision.h"
 
-#include "support/full_server_test.h"
+#include "support/full_server_fixture.h"
 
 #include <cerrno>
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "app/time_rules.h"
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include <limits>
 

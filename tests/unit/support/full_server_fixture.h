@@ -1,6 +1,6 @@
 #pragma once
 
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 /// A full server that finds no test due by itself.
 class FullServerTest : public AgentTest {

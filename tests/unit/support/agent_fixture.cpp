@@ -1,4 +1,4 @@
-#include "support/agent_test.h"
+#include "support/agent_fixture.h"
 
 #include "fakes/fake_files.h"
 #include "fakes/fake_memory.h"
