@@ -3,7 +3,8 @@ from pathlib import Path
 
 import pytest
 
-sys.path.insert(0, str(Path(__file__).parent))
+HERE = Path(__file__).parent
+sys.path[:0] = [str(HERE), str(HERE.parents[1] / "board")]
 
 from heart import SEGMENT, Heart  # noqa: E402
 

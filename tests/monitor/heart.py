@@ -3,12 +3,15 @@
 import os
 import subprocess
 import threading
-import time
+from functools import partial
 from pathlib import Path
+
+from guest import clock
 
 # For what is waited for until it happens.
 LONG = 60
 SEGMENT = Path("/dev/shm/kelvo-pwr-shm")
+wait_until = partial(clock.wait_until, within=LONG, step=0.05)
 
 
 def _segment_tool(*words):
@@ -17,13 +20,6 @@ def _segment_tool(*words):
 
 def set_fields(*assignments):
     _segment_tool("set", *assignments)
-
-
-def wait_until(condition):
-    end = time.monotonic() + LONG
-    while not condition():
-        assert time.monotonic() < end
-        time.sleep(0.05)
 
 
 class Heart:

@@ -4,7 +4,7 @@ from pathlib import Path
 import pytest
 
 HERE = Path(__file__).parent
-sys.path[:0] = [str(HERE), str(HERE.parent / "monitor")]
+sys.path[:0] = [str(HERE), str(HERE.parent / "monitor"), str(HERE.parents[1] / "board")]
 
 from broker import Broker  # noqa: E402
 from heart import SEGMENT, Heart  # noqa: E402
