@@ -36,11 +36,9 @@ def main() -> int:
     # breaks have come or gone.
     breaks.sort(key=lambda one: _drawn(arguments.seed, one))
     chosen = breaks[arguments.skip :][: arguments.take]
-    if arguments.work:
-        tried = _judge(chosen, Trial(arguments.work.absolute()), arguments)
-    else:
-        with tempfile.TemporaryDirectory(prefix="mutate-") as folder:
-            tried = _judge(chosen, Trial(Path(folder)), arguments)
+    with tempfile.TemporaryDirectory(prefix="mutate-") as folder:
+        work = (arguments.work or Path(folder)).absolute()
+        tried = _judge(chosen, Trial(work, not arguments.unit_only), arguments)
     if arguments.keep:
         results.keep_counts(tried, len(breaks), arguments.seed)
         results.keep("survivors", results.table_of_survivors())

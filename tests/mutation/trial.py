@@ -28,7 +28,7 @@ endforeach()
 class Trial:
     """A copy of the checkout with a build of its own, in which breaks come and go."""
 
-    def __init__(self, folder: Path):
+    def __init__(self, folder: Path, with_scenarios: bool):
         self._folder = folder
         self._build = folder / "build" / "mutate"
         self._ninja = ("ninja", "-C", str(self._build))
@@ -46,6 +46,9 @@ class Trial:
             sys.exit("mutate: the unbroken program does not build and pass")
         # A break may make an endless loop, and a machine may be busy with other things.
         self._unit_limit = 20 + 10 * (time.monotonic() - begin)
+        # A scenario that fails by itself, or is skipped, would notice every break.
+        if with_scenarios and not (self._passes_host() and self._noticed_by() is None):
+            sys.exit("mutate: the unbroken program does not pass all scenarios here")
 
     def of(self, one: Break, with_scenarios: bool) -> str:
         file = self._folder / one.file
@@ -61,14 +64,17 @@ class Trial:
                 return "unit"
             if is_entry and self._builds("segment_tool") and not self._passes_host():
                 return "host"
-            if with_scenarios and self._builds("kelvo-pwr", "simulator", "segment_tool"):
-                if not self._passes_ctest(_SIMULATOR):
-                    return "simulator"
-                if not self._passes_ctest(_BOARD):
-                    return "board"
-            return "survived"
+            return (self._noticed_by() if with_scenarios else None) or "survived"
         finally:
             file.write_text(whole)
+
+    def _noticed_by(self) -> Optional[str]:
+        """The verdict of the scenarios; None if all pass."""
+        if not self._builds("kelvo-pwr", "simulator", "segment_tool"):
+            return "does not compile"
+        if not self._passes_ctest(_SIMULATOR):
+            return "simulator"
+        return None if self._passes_ctest(_BOARD) else "board"
 
     def _builds(self, *targets: str) -> bool:
         return self._run(*self._ninja, "-j1", *targets, within=900) == 0
