@@ -1,4 +1,4 @@
-"""The daemon as it is prescribed, told second by second.
+"""What the daemon is to do, told second by second.
 
 Each operation that waits is a generator that yields the nanoseconds to sleep; the
 daemon is at rest whenever something is done to it.

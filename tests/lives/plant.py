@@ -1,7 +1,8 @@
 """Plants breaks in a copy of the program and looks for the first random life that shows each.
 
 A break is a patch; the line before it says what it is. The same life must agree with the
-program as it is. Ends with status 77 when this host cannot play lives.
+program as it is. Ends with status 1 when no life shows one of them, 77 when this host cannot play
+lives.
 """
 
 import argparse
@@ -95,7 +96,7 @@ def main() -> int:
             "columns": ["Break", "Shown by life", "What differs there"],
             "rows": rows,
         })
-    return 0
+    return 0 if all(row[1].isdigit() for row in rows) else 1
 
 
 if __name__ == "__main__":

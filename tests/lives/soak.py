@@ -1,4 +1,4 @@
-"""Plays random lives against a model of what is prescribed, simulated or on the board.
+"""Plays random lives against a model of what is to happen, simulated or on the board.
 
     scripts/soak --lives N [--seed S]          N lives from seed S on
     scripts/soak --life SEED [--begin UPTIME]  one life again, step by step
