@@ -1,7 +1,8 @@
 """A daemon, and what runs beside it, on this machine's own kernel: its lines are stand-ins."""
 
+import os
 import time
-from contextlib import contextmanager
+from contextlib import ExitStack, contextmanager
 from functools import partial
 from pathlib import Path
 from typing import Iterator, Optional
@@ -13,8 +14,8 @@ from guest.segment import SEGMENT
 from processes import resident_kilobytes, taken_per_minute
 from programs.builds import PATHS, SEGMENT_TOOL, STAND_IN
 from programs.daemon import FULL, daemon
-from programs.names import BARE, BARE_CLOCK, DEFAULT, EMPTY, MINIMAL, MONITOR, NUT, SMALL, TRUE
-from programs.names import Round
+from programs.names import BARE, BARE_CLOCK, DEFAULT, EMPTY, MINIMAL, MONITOR, MQTT, NUT, SMALL
+from programs.names import TRUE, Round
 from starts import in_turns, life_milliseconds
 from status import fields
 
@@ -23,6 +24,8 @@ _SIMULATED_TIME = {"TIME_IS_SIMULATED": "1", "TZ": "UTC"}
 _SECONDS_OF_A_YEAR = 31_557_600
 _LONGEST_START_SECONDS, _LONGEST_YEAR_SECONDS = 10, 120
 _FIRST_LOOKS_SECONDS = 11
+# Not that of a broker that this machine may have.
+_BROKER_PORT = "34931"
 _MINUTE = 60 * 10**9
 _VALGRIND = ["valgrind", "--quiet", "--tool=cachegrind", "--cache-sim=no"]
 _VALGRIND += ["--cachegrind-out-file=/dev/stderr"]
@@ -116,9 +119,17 @@ def monitoring(folder: Path, minutes: int) -> Iterator[list]:
     events.mkdir()
     words = ["--prometheus=/run/a.prom", "--nut=/run/ups", f"--events={events}"]
     monitor = [PATHS[MONITOR], *words, f"--state={folder}/state"]
-    with _full_server(folder) as guard, Program(monitor) as native:
+    tools, port = Path(os.environ["CONTRIB_TOOLS"], "usr"), ["-p", _BROKER_PORT]
+    broker = [tools / "sbin/mosquitto", *port]
+    state = [tools / "bin/mosquitto_sub", *port, *"-C 1 -W 1 -t kelvo-pwr/+/state".split()]
+    mqtt = [PATHS[MQTT], "--host=localhost", f"--port={_BROKER_PORT}", f"--state={folder}/told"]
+    with ExitStack() as started:
+        guard = started.enter_context(_full_server(folder))
+        beside = [started.enter_context(Program(argv)).pid for argv in (monitor, mqtt, broker)]
+        wait_until(lambda: run(state).status == 0, _LONGEST_START_SECONDS)
         time.sleep(_FIRST_LOOKS_SECONDS)
-        processes = {DEFAULT: guard.pid, f"{MONITOR}, every 5 s: both files, events": native.pid}
+        looking = f"{MONITOR}, every 5 s: both files, events", f"{MQTT}, every 5 s"
+        processes = {DEFAULT: guard.pid, **dict(zip(looking, beside))}
         with taken_per_minute(processes) as found:
             time.sleep(60 * minutes)
         for name, (cpu, sleeps) in found.items():

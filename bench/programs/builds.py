@@ -11,7 +11,7 @@ from typing import Iterator, Sequence
 
 from host.problems import Unavailable
 from places import ROOT
-from programs.names import BARE, BARE_STATIC, DEFAULT, EMPTY, MONITOR, SMALL, TRUE
+from programs.names import BARE, BARE_STATIC, DEFAULT, EMPTY, MONITOR, MQTT, SMALL, TRUE
 
 _RELEASE, _SMALL = ROOT / "build/release", ROOT / "build/small"
 _TOOLS, _MODULES = ("gnuplot", "gpioget", "strace", "valgrind"), ("psutil", "tabulate")
@@ -19,6 +19,7 @@ _TOOLS, _MODULES = ("gnuplot", "gpioget", "strace", "valgrind"), ("psutil", "tab
 PATHS = {
     DEFAULT: f"{_RELEASE}/kelvo-pwr",
     MONITOR: f"{_RELEASE}/contrib/monitor/kelvo-pwr-monitor",
+    MQTT: f"{_RELEASE}/contrib/mqtt/kelvo-pwr-mqtt",
     SMALL: f"{_SMALL}/kelvo-pwr",
     BARE: f"{_RELEASE}/bench/programs/bare_loop",
     BARE_STATIC: f"{_SMALL}/bench/programs/bare_loop",
@@ -47,7 +48,7 @@ _TRIALS = {
 
 
 def build() -> None:
-    """All of PATHS. From then on CONTRIB_TOOLS says where Network UPS Tools are."""
+    """All of PATHS. From then on CONTRIB_TOOLS says where Network UPS Tools and a broker are."""
     tools = subprocess.run([ROOT / "tests/contrib/tools"], stdout=subprocess.PIPE, text=True)
     missing = [tool for tool in _TOOLS if not shutil.which(tool)]
     missing += [module for module in _MODULES if not find_spec(module)]
@@ -55,8 +56,8 @@ def build() -> None:
         named = ", ".join(missing or ["Network UPS Tools"])
         raise Unavailable(f"no {named}; bench/run --with-peers installs what is missing")
     os.environ["CONTRIB_TOOLS"] = tools.stdout.strip()
-    targets = ["kelvo-pwr", "kelvo-pwr-monitor", "segment_tool", "stand_in"]
-    settings = ["-DKELVO_BENCH=ON", "-DKELVO_MONITOR=ON", "-DBUILD_TESTING=ON"]
+    targets = ["kelvo-pwr", MONITOR, MQTT, "segment_tool", "stand_in"]
+    settings = ["-DKELVO_BENCH=ON", "-DKELVO_MONITOR=ON", "-DKELVO_MQTT=ON", "-DBUILD_TESTING=ON"]
     _cmake("release", _RELEASE, [*targets, "bare_loop", "empty_program"], settings)
     _cmake("small", _SMALL, ["kelvo-pwr", "bare_loop"], ["-DKELVO_BENCH=ON"])
     for program in (BARE, EMPTY):

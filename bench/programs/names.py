@@ -12,6 +12,7 @@ TRUE = "/bin/true"
 PYTHON = "Python loop"
 SHELL = "shell loop"
 MONITOR = "kelvo-pwr-monitor"
+MQTT = "kelvo-pwr-mqtt"
 NUT = "NUT, simulated UPS"
 
 # For each figure, for each program, its value.
