@@ -1,5 +1,6 @@
 """The steps of the entry point, in their order: what it prints and what it asks of the system."""
 
+import errno
 import fcntl
 import os
 import signal
@@ -119,6 +120,11 @@ def test_a_missing_power_line_ends_the_start(steps):
         [*LOADED, *LOCKED, *CREATED, "= find NONE", "Failed to get line 'NONE'"],
         1,
     )
+
+
+def test_a_segment_that_cannot_be_made_ends_the_start_before_a_line_is_looked_for(steps):
+    simulator().trigger("shm_open", error=errno.EACCES)
+    assert steps() == ([*LOADED, *LOCKED, *CREATED, "Permission denied"], 1)
 
 
 def test_a_second_daemon_creates_nothing(steps):

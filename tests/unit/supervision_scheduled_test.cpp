@@ -75,6 +75,25 @@ TEST_F(ScheduledTestTest, IsShownAsTestingFromBeforeTheFirstTimeUntilAfterTheSec
             }));
 }
 
+TEST_F(ScheduledTestTest, WithoutARequestTheSetDurationIsPublishedAfterTheFirstWrite)
+{
+  powerAgent.sharedState.request->duration = 0;
+  const Recording recording = record(runScheduledTest);
+  EXPECT_EQ(linesWithout(linesWithout(linesWithout(recording.story, "read"), "MS:"), "count"),
+            (Story{
+                "0.000 testing 1",
+                "0.000 open result.dat",
+                "0.000 close result.dat",
+                "0.000 duration 4",
+                "0.000 write BAT-T2 1",
+                "4.000 write BAT-T2 0",
+                "4.000 open result.dat",
+                "4.000 close result.dat",
+                "4.000 testing 0",
+                "4.000 > Test result: Battery is good",
+            }));
+}
+
 TEST_F(ScheduledTestTest, RunsForTheRequestedTimeOrElseTheSetOne)
 {
   const struct {
